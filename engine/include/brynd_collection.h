@@ -1,0 +1,131 @@
+/** @file brynd_collection.h
+ *  Views and folders as collections of rows, full-text indexes and searches, folders.
+ *
+ *  All calls of this header answer 0x1ff (not available in this build), except that closing handle 0
+ *  succeeds.
+ */
+#ifndef BRYND_COLLECTION_H
+#define BRYND_COLLECTION_H
+
+#include "brynd_types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Opens a view or folder as a collection of rows.
+ *  @param view_database holds the design, @param data_database the documents
+ *  @param view note id of the design @param flags 1 build anew, 2 do not update, 4 leave out deleted ones
+ *  @param unread unread marks, taken over
+ *  @param collection [out] @param view_note [out] @param view_unid [out] each may be null
+ *  @param collapsed [out] rows shown closed, owned by the engine @param selected [out] may be null */
+BRYND_API EngStatus EngCollectionOpen(EngDb view_database, EngDb data_database, uint32_t view, uint16_t flags,
+                                      EngIdTable unread, EngCollection* collection, EngNote* view_note,
+                                      UNIVERSALNOTEID* view_unid, EngIdTable* collapsed,
+                                      EngIdTable* selected);
+
+/** Closes a collection. */
+BRYND_API EngStatus EngCollectionClose(EngCollection collection);
+
+/** Takes in what changed in the database. */
+BRYND_API EngStatus EngCollectionUpdate(EngCollection collection);
+
+/** Moves a position, then reads rows from there on.
+ *  @param position [in, out] the place; rests on the last row returned
+ *  @param skip_navigator how to step @param skip_count how often, 0xffff with 0x8000 in the navigator: to
+ *    the end
+ *  @param return_navigator from row to row @param return_count at most so many @param return_mask what
+ *    each row holds
+ *  @param memory [out] block with the rows, owned by the caller; 0 without rows. This and all below may
+ *    be null.
+ *  @param memory_bytes [out] @param skipped [out] steps done @param returned [out] rows
+ *  @param signal [out] 0x20: there are more rows */
+BRYND_API EngStatus EngCollectionRead(EngCollection collection, COLLECTIONPOSITION* position,
+                                      uint16_t skip_navigator, uint32_t skip_count, uint16_t return_navigator,
+                                      uint32_t return_count, uint32_t return_mask, EngMem* memory,
+                                      uint16_t* memory_bytes, uint32_t* skipped, uint32_t* returned,
+                                      uint16_t* signal);
+
+/** Finds the first row with a key.
+ *  @param key ITEM_TABLE of the sorted columns' values
+ *  @param flags 1 the leading part of a text key, 2 without regard to case, 8 without regard to accents
+ *  @param position [out] @param match_count [out] exact */
+BRYND_API EngStatus EngCollectionFindKey(EngCollection collection, const void* key, uint16_t flags,
+                                         COLLECTIONPOSITION* position, uint32_t* match_count);
+
+/** As EngCollectionFindKey, for one text key. */
+BRYND_API EngStatus EngCollectionFindName(EngCollection collection, const char* name, uint16_t flags,
+                                          COLLECTIONPOSITION* position, uint32_t* match_count);
+
+/** Builds the full-text index of a database, or brings it up to date.
+ *  @param flags within 0x1de @param stop_words file with words to leave out, or null @param stats [out]
+ *    may be null */
+BRYND_API EngStatus EngFullTextIndexBuild(EngDb database, uint16_t flags, const char* stop_words,
+                                          FT_INDEX_STATS* stats);
+
+/** Deletes the full-text index of a database. */
+BRYND_API EngStatus EngFullTextIndexDelete(EngDb database);
+
+/** @param time [out] when the index was last brought up to date; 0xf02 without an index */
+BRYND_API EngStatus EngFullTextIndexTimeGet(EngDb database, TIMEDATE* time);
+
+/** Begins a full-text search.
+ *  @param search [out] */
+BRYND_API EngStatus EngFullTextSearchOpen(EngSearch* search);
+
+/** Searches.
+ *  @param search [in, out] @param collection 0, or the view to search in @param query what to find
+ *  @param options 1 within the collection, 4 within the id table, 8 scores, 0x10 answer as an id table,
+ *    0x20 by date, 0x40 ascending, 0x80 limited, 0x200 stems
+ *  @param limit most hits @param confine id table or 0
+ *  @param hit_count [out] @param reserved null @param results [out] block owned by the caller */
+BRYND_API EngStatus EngFullTextSearchRun(EngDb database, EngSearch* search, EngCollection collection,
+                                         const char* query, uint32_t options, uint16_t limit,
+                                         EngIdTable confine, uint32_t* hit_count, EngMem* reserved,
+                                         EngMem* results);
+
+/** Ends a full-text search. */
+BRYND_API EngStatus EngFullTextSearchClose(EngSearch search);
+
+/** Makes a folder with the design of a view or folder.
+ *  @param folder_database 0 @param source its note id @param source_database where it lies, 0 for
+ *    database
+ *  @param is_private 0 or 1 @param flags 0 @param folder [out] note id */
+BRYND_API EngStatus EngFolderNew(EngDb database, EngDb folder_database, uint32_t source,
+                                 EngDb source_database, const char* name, uint16_t name_bytes,
+                                 uint16_t is_private, uint32_t flags, uint32_t* folder);
+
+/** Makes a folder with the design and the entries of another.
+ *  @param folder_database 0 @param flags 0 @param folder [out] note id */
+BRYND_API EngStatus EngFolderDuplicate(EngDb database, EngDb folder_database, uint32_t source,
+                                       const char* name, uint16_t name_bytes, uint32_t flags,
+                                       uint32_t* folder);
+
+/** Deletes a folder; its documents stay.
+ *  @param folder_database 0 @param flags 0 */
+BRYND_API EngStatus EngFolderRemove(EngDb database, EngDb folder_database, uint32_t folder, uint32_t flags);
+
+/** Puts documents into a folder.
+ *  @param folder_database 0 @param table their note ids @param flags 0 */
+BRYND_API EngStatus EngFolderEntriesAdd(EngDb database, EngDb folder_database, uint32_t folder,
+                                        EngIdTable table, uint32_t flags);
+
+/** Takes documents out of a folder.
+ *  @param folder_database 0 @param table their note ids @param flags 0 */
+BRYND_API EngStatus EngFolderEntriesRemove(EngDb database, EngDb folder_database, uint32_t folder,
+                                           EngIdTable table, uint32_t flags);
+
+/** Takes all documents out of a folder.
+ *  @param folder_database 0 @param flags 0 */
+BRYND_API EngStatus EngFolderEntriesRemoveAll(EngDb database, EngDb folder_database, uint32_t folder,
+                                              uint32_t flags);
+
+/** @param folder_database 0 @param flags 0 @param count [out] documents in a folder */
+BRYND_API EngStatus EngFolderEntriesCount(EngDb database, EngDb folder_database, uint32_t folder,
+                                          uint32_t flags, uint32_t* count);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
