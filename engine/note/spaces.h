@@ -1,0 +1,16 @@
+// The spaces of records that the note layer keeps in a database's store. Stored: append, never renumber.
+#pragma once
+
+#include "store/store.h"
+
+namespace brynd::space {
+
+inline constexpr store::Space kNames = 1;       // name id, 2 bytes high first -> spelling
+inline constexpr store::Space kValues = 2;      // note id, number, 4 bytes each -> an external value
+inline constexpr store::Space kDesign = 3;      // design index, see design_index.h
+inline constexpr store::Space kDatabase = 4;    // facts about the database, by their names: see database.h
+inline constexpr store::Space kObjects = 5;     // objects, see object.h
+// 0x10 to 0x1f: what else belongs to databases as a whole.
+// 0x20 and above: collections, full text and others; each says so in its own header.
+
+}   // namespace brynd::space
