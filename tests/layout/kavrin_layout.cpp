@@ -1,0 +1,62 @@
+// Sizes and offsets of the library's public structures, and of the internal records that hold engine bytes,
+// for addresses of 4 and of 8 bytes: written out once more and independently of the headers.
+#include <cstddef>
+
+#include "kavrin.h"
+#include "kvint.h"
+
+namespace {
+
+constexpr size_t kAddress = sizeof(void*);
+static_assert(kAddress == 4 || kAddress == 8, "the interface is defined for these two");
+
+// Public records without addresses: the same everywhere.
+static_assert(sizeof(KVDATETIME) == 8 && alignof(KVDATETIME) == 1 && offsetof(KVDATETIME, innards) == 0);
+static_assert(sizeof(KVUNID) == 16 && offsetof(KVUNID, unique) == 0 && offsetof(KVUNID, doc) == 8);
+static_assert(sizeof(KVFONTSTYLE) == 4 && offsetof(KVFONTSTYLE, face) == 0 &&
+              offsetof(KVFONTSTYLE, flags) == 1);
+static_assert(offsetof(KVFONTSTYLE, color) == 2 && offsetof(KVFONTSTYLE, size) == 3);
+static_assert(sizeof(KVDATETIMESUMM) == 40 && alignof(KVDATETIMESUMM) == 1 &&
+              offsetof(KVDATETIMESUMM, year) == 0);
+static_assert(offsetof(KVDATETIMESUMM, month) == 4 && offsetof(KVDATETIMESUMM, day) == 8);
+static_assert(offsetof(KVDATETIMESUMM, weekday) == 12 && offsetof(KVDATETIMESUMM, hour) == 16);
+static_assert(offsetof(KVDATETIMESUMM, minute) == 20 && offsetof(KVDATETIMESUMM, second) == 24);
+static_assert(offsetof(KVDATETIMESUMM, hundredth) == 28 && offsetof(KVDATETIMESUMM, dst_in_effect) == 32);
+static_assert(offsetof(KVDATETIMESUMM, zone) == 36);
+static_assert(sizeof(KVFORMAT) == 36 && alignof(KVFORMAT) == 1);
+static_assert(offsetof(KVFORMAT, number) == 0 && offsetof(KVFORMAT, datetime) == 12);
+static_assert(offsetof(KVFORMAT, listsep) == 28);
+static_assert(sizeof(KVINTERNATIONAL) == 4 * 4 + 7 * 5 + 3 * 32 && alignof(KVINTERNATIONAL) == 1);
+static_assert(offsetof(KVINTERNATIONAL, intl_flags) == 0 && offsetof(KVINTERNATIONAL, date_order) == 4);
+static_assert(offsetof(KVINTERNATIONAL, currency_digits) == 8 && offsetof(KVINTERNATIONAL, time_zone) == 12);
+static_assert(offsetof(KVINTERNATIONAL, am_string) == 16 && offsetof(KVINTERNATIONAL, pm_string) == 21);
+static_assert(offsetof(KVINTERNATIONAL, currency_symbol) == 26 &&
+              offsetof(KVINTERNATIONAL, thousand_sep) == 31);
+static_assert(offsetof(KVINTERNATIONAL, decimal_sep) == 36 && offsetof(KVINTERNATIONAL, date_sep) == 41);
+static_assert(offsetof(KVINTERNATIONAL, time_sep) == 46 && offsetof(KVINTERNATIONAL, yesterday_string) == 51);
+static_assert(offsetof(KVINTERNATIONAL, today_string) == 83 &&
+              offsetof(KVINTERNATIONAL, tomorrow_string) == 115);
+
+// Public records with addresses.
+static_assert(sizeof(KVITEM) == 4 + 65 + 4 + 4 + kAddress && alignof(KVITEM) == 1);
+static_assert(offsetof(KVITEM, type) == 0 && offsetof(KVITEM, name) == 4 &&
+              offsetof(KVITEM, item_flags) == 69);
+static_assert(offsetof(KVITEM, length) == 73 && offsetof(KVITEM, value) == 77);
+
+// Internal records that hold the engine's bytes.
+static_assert(sizeof(FORMAT) == 12 && offsetof(FORMAT, nfmt) == 0 && offsetof(FORMAT, tfmt) == 4);
+static_assert(offsetof(FORMAT, listsep) == 8 && offsetof(FORMAT, item_flags) == 10);
+static_assert(sizeof(API_FORMAT) == 159 && offsetof(API_FORMAT, format) == 8 &&
+              offsetof(API_FORMAT, intl) == 20);
+
+// A date-time of the caller is the engine's, byte for byte.
+static_assert(sizeof(KVDATETIME) == sizeof(TIMEDATE) && sizeof(KVUNID) == sizeof(UNIVERSALNOTEID));
+
+// Statuses, written out where programs store them.
+static_assert(KVSUCCESS == 0 && KVFAIL_INTERNAL == 0x80000101u && KVFAIL_BAD_HANDLE == 0x80000112u);
+static_assert(KVFAIL_NOT_INITIALIZED == 0x80000203u && KVFAIL_NO_DATABASE == 0x80000601u);
+static_assert(KVFAIL_BAD_DOCUMENT == 0x80000e01u && KVFAIL_NO_ITEM == 0x80000f01u);
+static_assert(KVFAIL_SUBFORM_NESTED == 0x80001b02u && KVFAIL_MESSAGE_COUNT == 0x8000ffffu);
+static_assert(KVAPI_VERSION == 0x45005);
+
+}  // namespace
