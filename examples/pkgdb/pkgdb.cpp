@@ -1,0 +1,280 @@
+// Stores the package index of this system in a database, one document a package, and uses it: reads,
+// converts, searches, compacts, and verifies every record against its source.
+//
+//   pkgdb [database]      the database is made anew; default: packages.QDB in a folder of its own below the
+//   temporary one
+#include <brynd.h>
+#include <kavrin.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "package_index.h"
+
+namespace {
+
+// How a field of the index becomes an item. Fields without a row are stored as text under their own name.
+struct FieldRow {
+  const char* field;
+  const char* item;
+  int32_t type;
+};
+constexpr FieldRow kFields[] = {
+    {"Installed-Size", "InstalledSize", KVTYPE_NUMBER},
+    {"Size", "Size", KVTYPE_NUMBER},
+    {"Depends", "Depends", KVTYPE_TEXTLIST},
+    {"Pre-Depends", "PreDepends", KVTYPE_TEXTLIST},
+    {"Recommends", "Recommends", KVTYPE_TEXTLIST},
+    {"Suggests", "Suggests", KVTYPE_TEXTLIST},
+    {"Provides", "Provides", KVTYPE_TEXTLIST},
+    {"Tag", "Tag", KVTYPE_TEXTLIST},
+};
+constexpr char kFormula[] = "Section = \"games\" & InstalledSize > 1000";
+
+struct ItemOfField {
+  std::string name;
+  int32_t type;
+};
+
+ItemOfField ItemFor(std::string_view field) {
+  for (const FieldRow& row : kFields)
+    if (field == row.field) return {row.item, row.type};
+  std::string name(field);
+  std::erase(name, '-');
+  return {name, KVTYPE_TEXT};
+}
+
+class Stopwatch {
+ public:
+  double Seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  }
+
+ private:
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+[[noreturn]] void Stop(const char* what, uint32_t status) {
+  char message[256] = "";
+  KVErrorGetInfo(status, nullptr, message);
+  fprintf(stderr, "pkgdb: %s: status 0x%x %s\n", what, status, message);
+  exit(1);
+}
+void Check(const char* what, uint32_t status) {
+  if (status != KVSUCCESS) Stop(what, status);
+}
+
+void PutFields(uint32_t document, const Record& record) {
+  for (const Field& field : record.fields) {
+    if (field.value.empty()) continue;
+    const ItemOfField item = ItemFor(field.name);
+    Check("KVItemPut",
+          KVItemPut(document, item.name.c_str(), item.type, static_cast<uint32_t>(field.value.size()),
+                    KVTYPE_TEXT, field.value.data(), 0));
+  }
+}
+
+uint32_t StoreRecord(uint32_t database, const Record& record, const KVDATETIME& loaded) {
+  uint32_t document = 0;
+  Check("KVDocumentCreate", KVDocumentCreate(database, 0, &document));
+  PutFields(document, record);
+  Check("KVItemPut",
+        KVItemPut(document, "Loaded", KVTYPE_DATETIME, sizeof loaded, KVTYPE_DATETIME, &loaded, 0));
+  Check("KVDocumentSave", KVDocumentSave(document, KVDOCWRITE_NOCOMMIT));
+  // The id of a stored document comes from the engine's note.
+  EngNote note = 0;
+  uint32_t docid = 0;
+  Check("KVDocumentGetBryndHandle", KVDocumentGetBryndHandle(document, KVTOBRYND_GET_HANDLE, &note));
+  EngNoteInfoGet(note, 1, &docid);
+  Check("KVDocumentClose", KVDocumentClose(document, KVDOCWRITE_DISCARD));
+  return docid;
+}
+
+std::vector<uint32_t> Load(uint32_t database, std::string_view text) {
+  KVDATETIME loaded;
+  Check("KVDatetimeGetCurrent", KVDatetimeGetCurrent(&loaded));
+  std::vector<uint32_t> docids;
+  Record record;
+  const Stopwatch watch;
+  while (NextRecord(&text, &record)) {
+    docids.push_back(StoreRecord(database, record, loaded));
+    if (docids.size() % 10000 == 0) printf("  %zu documents, %.2f s\n", docids.size(), watch.Seconds());
+  }
+  const double seconds = watch.Seconds();
+  printf("Stored %zu documents in %.2f s, %.0f a second.\n", docids.size(), seconds, docids.size() / seconds);
+  return docids;
+}
+
+// How an item reads as text when it was made of this field.
+std::string Expected(const Field& field, int32_t type) {
+  std::string expected;
+  if (type != KVTYPE_TEXTLIST) {
+    expected = field.value;
+    return expected;
+  }
+  std::string_view rest = field.value;
+  while (!rest.empty()) {
+    const size_t end = std::min(rest.find_first_of(",;\n"), rest.size());
+    std::string_view entry = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    while (!entry.empty() && isspace(static_cast<unsigned char>(entry.front()))) entry.remove_prefix(1);
+    while (!entry.empty() && isspace(static_cast<unsigned char>(entry.back()))) entry.remove_suffix(1);
+    if (entry.empty()) continue;
+    if (!expected.empty()) expected += ", ";
+    expected += entry;
+  }
+  return expected;
+}
+
+bool SameField(uint32_t document, const Field& field) {
+  static std::vector<char> buffer(1 << 20);
+  const ItemOfField item = ItemFor(field.name);
+  int32_t text = KVTYPE_TEXT;
+  auto length = static_cast<uint32_t>(buffer.size() - 1);
+  if (KVItemFetch(document, item.name.c_str(), nullptr, &length, &text, buffer.data()) != KVSUCCESS)
+    return false;
+  std::string_view stored(buffer.data(), length);
+  const std::string expected = Expected(field, item.type);
+  if (item.type != KVTYPE_TEXT || expected.find('\n') == std::string::npos) return stored == expected;
+  // Lines of text are told with the session's line end.
+  std::string lines(stored);
+  std::erase(lines, '\r');
+  return lines == expected;
+}
+
+// Reads every record back; returns how many differ.
+size_t Verify(uint32_t database, std::string_view text, const std::vector<uint32_t>& docids) {
+  size_t different = 0;
+  size_t item_count = 0;
+  Record record;
+  const Stopwatch watch;
+  for (const uint32_t docid : docids) {
+    NextRecord(&text, &record);
+    uint32_t document = 0;
+    Check("KVDocumentOpen", KVDocumentOpen(database, docid, 0, &document));
+    bool same = true;
+    for (const Field& field : record.fields) {
+      if (field.value.empty()) continue;
+      same = SameField(document, field) && same;
+      ++item_count;
+    }
+    if (!same) ++different;
+    Check("KVDocumentClose", KVDocumentClose(document, KVDOCWRITE_DISCARD));
+  }
+  printf("Read %zu documents and %zu items back in %.2f s: %zu differ.\n", docids.size(), item_count,
+         watch.Seconds(), different);
+  return different;
+}
+
+EngStatus CountMatch(void* parameter, const SEARCH_MATCH* match, const ITEM_TABLE*) {
+  auto* found = static_cast<std::vector<uint32_t>*>(parameter);
+  if (match->SERetFlags & 1) found->push_back(match->ID.NoteID);
+  return 0;
+}
+
+// Searches by a formula, through the engine below the library.
+std::vector<uint32_t> Search(uint32_t database, const char* text) {
+  EngDb engine_database = 0;
+  Check("KVDatabaseGetBryndHandle",
+        KVDatabaseGetBryndHandle(database, KVTOBRYND_GET_HANDLE, &engine_database));
+  EngMem formula = 0;
+  uint16_t formula_bytes = 0, line = 0, column = 0, offset = 0, length = 0;
+  EngStatus fault = 0;
+  Check("EngFormulaCompile",
+        EngFormulaCompile(nullptr, 0, text, static_cast<uint16_t>(strlen(text)), &formula, &formula_bytes,
+                          &fault, &line, &column, &offset, &length));
+  std::vector<uint32_t> found;
+  const Stopwatch watch;
+  Check("EngDbSearch", EngDbSearch(engine_database, formula, nullptr, 0, BRCLASS_DATA, nullptr, CountMatch,
+                                   &found, nullptr));
+  printf("%s: %zu documents in %.0f ms.\n", text, found.size(), watch.Seconds() * 1000);
+  EngMemFree(formula);
+  return found;
+}
+
+void ShowDocument(uint32_t database, uint32_t docid) {
+  uint32_t document = 0;
+  Check("KVDocumentOpen", KVDocumentOpen(database, docid, 0, &document));
+  printf("Document %u has %u items:\n", docid, KVItemGetCount(document));
+  KVITEM item;
+  for (int32_t list = KVLIST_FIRST; KVItemList(document, list, 0, &item) == KVSUCCESS; list = KVLIST_NEXT) {
+    char value[61] = "";
+    uint32_t length = sizeof value - 1;
+    int32_t text = KVTYPE_TEXT;
+    const uint32_t status = KVItemFetch(document, item.name, nullptr, &length, &text, value);
+    printf("  %-16s %5u bytes  %s%s\n", item.name, item.length, value,
+           status || length == sizeof value - 1 ? "..." : "");
+  }
+  Check("KVDocumentClose", KVDocumentClose(document, KVDOCWRITE_DISCARD));
+}
+
+double Megabytes(const std::string& path) {
+  return static_cast<double>(std::filesystem::file_size(path)) / 1e6;
+}
+
+uint32_t Open(const std::string& path) {
+  uint32_t database = 0;
+  Check("KVDatabaseOpen", KVDatabaseOpen(nullptr, path.c_str(), 0, &database));
+  return database;
+}
+
+// Documents of this program follow no form, and long texts are shown cut.
+void SetUpSession() {
+  const int32_t off = 0;
+  const int32_t on = 1;
+  Check("KVSetProperty", KVSetProperty(KVPROP_SESS_STRICT_BIND, &off));
+  Check("KVSetProperty", KVSetProperty(KVPROP_SESS_TRUNCATE_TEXT, &on));
+}
+
+int Run(const std::string& path, const IndexText& index) {
+  SetUpSession();
+  Check("KVDatabaseCreate", KVDatabaseCreate(nullptr, path.c_str(), "Packages", nullptr, nullptr, nullptr, 0,
+                                             KVDBCREATE_OVERWRITE));
+  uint32_t database = Open(path);
+  printf("Reading %s into %s.\n", index.source.c_str(), path.c_str());
+  const std::vector<uint32_t> docids = Load(database, index.text);
+  Check("KVDatabaseClose", KVDatabaseClose(database, 0));
+  printf("The database has %.1f MB; the index has %.1f MB.\n", Megabytes(path), index.text.size() / 1e6);
+
+  database = Open(path);
+  const std::vector<uint32_t> games = Search(database, kFormula);
+  ShowDocument(database, games.empty() ? docids.front() : games.front());
+  size_t different = Verify(database, index.text, docids);
+  Check("KVDatabaseClose", KVDatabaseClose(database, 0));
+
+  uint32_t before = 0;
+  uint32_t after = 0;
+  Check("KVDatabaseCompact", KVDatabaseCompact(nullptr, path.c_str(), &before, &after));
+  printf("Compacted: %.1f MB before, %.1f MB after.\n", before / 1e6, after / 1e6);
+  database = Open(path);
+  different += Verify(database, index.text, docids);
+  Check("KVDatabaseClose", KVDatabaseClose(database, 0));
+  return different == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::filesystem::path folder = std::filesystem::temp_directory_path() / "kavrin-pkgdb";
+  std::filesystem::create_directories(folder);
+  const std::string settings = (folder / "BRYND.INI").string();
+  std::ofstream(settings) << "Directory=" << folder.string() << "\nUserName=CN=Package Reader/O=Example\n";
+  const std::string path = argc > 1 ? argv[1] : (folder / "packages.QDB").string();
+  const IndexText index = ReadSystemIndex(PKGDB_SHIPPED_INDEX);
+  // The initialisation file is named instead of being looked for.
+  const uint32_t status =
+      KVInit(KVINIT_INI_FILE, 0, const_cast<char**>(reinterpret_cast<char* const*>(settings.c_str())));
+  if (status != KVSUCCESS) {
+    fprintf(stderr, "pkgdb: KVInit: status 0x%x\n", status);
+    return 1;
+  }
+  const int result = Run(path, index);
+  KVTerm(0);
+  return result;
+}
