@@ -40,12 +40,11 @@ uint16_t FieldBytes(const char* info, uint16_t field) {
   return static_cast<uint16_t>(strlen(text));
 }
 
-// A new database gets an empty access control list. An engine without such lists has none to empty.
+// A new database gets an empty access control list. One without a list would be open to everybody, so a
+// failure counts.
 uint16_t PutEmptyAcl(EngDb dbhand) {
   EngMem acl = 0;
-  const uint16_t made = EngAclNew(&acl);
-  if ((made & 0x3fff) == kEngNotAvailable) return 0;
-  if (made) return made;
+  if (uint16_t brstatus = EngAclNew(&acl)) return brstatus;
   const uint16_t brstatus = EngDbAclStore(dbhand, acl, 0, kAclStoreNew);
   EngMemFree(acl);
   return brstatus;
@@ -120,8 +119,8 @@ uint16_t CopyTemplate(EngDb dbhand, const CREATION& creation) {
   TIMEDATE since;
   if (uint16_t brstatus = EngTimeSpecial(kSinceAll, &since)) return brstatus;
   if (uint16_t brstatus = EngDbCopy(creation.template_db, dbhand, &since, BRCLASS_ALL)) return brstatus;
-  const uint16_t copied = EngDbCopyTemplateAcl(creation.template_db, dbhand, kTemplateAclMode);
-  if (copied && (copied & 0x3fff) != kEngNotAvailable) return copied;
+  if (uint16_t brstatus = EngDbCopyTemplateAcl(creation.template_db, dbhand, kTemplateAclMode))
+    return brstatus;
   return TakeTemplateInfo(dbhand, creation);
 }
 

@@ -346,11 +346,23 @@ TEST_F(AdminTest, KVDatabaseCreate_AnyAllocationFails_NothingIsLeftBehind) {
   }
 }
 
-TEST_F(AdminTest, KVDatabaseCreate_EngineWithoutAccessControl_CreatesAllTheSame) {
-  for (const char* call : {"EngAclNew", "EngCollectionOpen"}) {
-    Fault fault = Fault::EngineCall(1, kNotAvailable, call);
-    EXPECT_EQ(Create("new.qdb", nullptr, nullptr, nullptr, 0, KVDBCREATE_OVERWRITE), KVSUCCESS) << call;
+TEST_F(AdminTest, KVDatabaseCreate_EngineWithoutCollections_CreatesAllTheSame) {
+  Fault fault = Fault::EngineCall(1, kNotAvailable, "EngCollectionOpen");
+  EXPECT_EQ(Create("new.qdb"), KVSUCCESS);
+}
+
+TEST_F(AdminTest, KVDatabaseCreate_NoAccessControlList_EngineStatusAndNothingLeft) {
+  ASSERT_EQ(Create("template.qdb"), KVSUCCESS);
+  {
+    Fault fault = Fault::EngineCall(1, kNotAvailable, "EngAclNew");
+    EXPECT_EQ(Create("new.qdb"), kNotAvailable);
   }
+  EXPECT_FALSE(Exists("new.qdb"));
+  {
+    Fault fault = Fault::EngineCall(1, kNotAvailable, "EngDbCopyTemplateAcl");
+    EXPECT_EQ(Create("new.qdb", nullptr, nullptr, "template.qdb"), kNotAvailable);
+  }
+  EXPECT_FALSE(Exists("new.qdb"));
 }
 
 // ---- Delete
