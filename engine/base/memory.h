@@ -1,10 +1,7 @@
 // Memory blocks: the engine's heap as its callers see it, addressed by 32-bit handles.
 // (1) A block keeps its address from allocation until it is resized or freed, locked or not.
 // (2) Finding a block needs no lock; a freed, forged or foreign handle is recognised and finds nothing.
-// (3) Locks are counted for diagnosis alone: freeing a locked block is allowed, and its locks go with it. The
-// count is
-//     not interlocked: that would cost every read 12 ns, and only two threads that lock one block at once can
-//     spoil it.
+// (3) Locks are counted for diagnosis alone: freeing a locked block is allowed, and its locks go with it.
 // (4) The destroy hook of a block's type runs exactly once, in Free, before the bytes go.
 // Any thread may call anything here; two threads must not resize or free one block while another uses it.
 #ifndef BRYND_BASE_MEMORY_H
@@ -88,7 +85,7 @@ inline MutableBytes FindBytes(MemHandle handle) noexcept {
 inline std::byte* Lock(MemHandle handle) noexcept {
   Slot* slot = FindSlot(handle);
   if (slot == nullptr) return nullptr;
-  slot->lock_count.store(slot->lock_count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  slot->lock_count.fetch_add(1, std::memory_order_relaxed);
   return slot->address.load(std::memory_order_acquire);
 }
 
@@ -96,10 +93,10 @@ inline std::byte* Lock(MemHandle handle) noexcept {
 inline bool Unlock(MemHandle handle) noexcept {
   Slot* slot = FindSlot(handle);
   if (slot == nullptr) return false;
-  const uint32_t count = slot->lock_count.load(std::memory_order_relaxed);
-  if (count == 0) return false;
-  slot->lock_count.store(count - 1, std::memory_order_relaxed);
-  return true;
+  uint32_t count = slot->lock_count.load(std::memory_order_relaxed);
+  while (count != 0)
+    if (slot->lock_count.compare_exchange_weak(count, count - 1, std::memory_order_relaxed)) return true;
+  return false;
 }
 
 // A new block; its bytes are not cleared. Status kNoMemory, kMemoryTooLarge. No bytes are a
