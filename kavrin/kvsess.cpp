@@ -210,10 +210,10 @@ static uint32_t EndThread(KVSESSIONPOOL* pool, _api_session* session, uint32_t t
   // The main session is in no slot. It ends as the main session or not at all.
   if (session->tidKV == 0 && session->ref_count == 1) return KVError(KVFAIL_TERM_FAILED);
   if (--session->ref_count != 0) return KVSUCCESS;
-  const uint32_t status = KVISessPoolRemoveSession(pool, session);
+  KVISessPoolRemoveSession(pool, session);
   if ((term_flags & KVTERM_ENGINE_RUNNING) == 0) EngThreadTerm();
   KVISessPoolSignalNoThread(pool);
-  return status;
+  return KVSUCCESS;
 }
 
 static uint32_t EndMain(KVSESSIONPOOL* pool, _api_session* session, uint32_t term_flags) {

@@ -1,5 +1,6 @@
 // Failures: the table of messages, the one routine that records them, and what a program asks about them.
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "kvint_session.h"
@@ -81,7 +82,7 @@ uint32_t KVError(uint32_t code) {
 uint32_t _BryndFormulaError(_api_session* session, uint32_t, const char* error, uint32_t errlen) {
   const uint32_t start = BryndLoadString(KVFAIL_FORMULA, session->errstring, kErrorTextMax);
   const uint32_t maxlen = kErrorTextBytes - start - 3;  // two quotes and a NUL
-  if (errlen > maxlen) errlen = maxlen;
+  errlen = static_cast<uint32_t>(strnlen(error, errlen < maxlen ? errlen : maxlen));
   char* place = session->errstring + start;
   *place++ = '\'';
   KVICopyBytes(place, error, errlen);

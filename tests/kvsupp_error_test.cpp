@@ -316,6 +316,12 @@ TEST_F(ErrorTest, BryndFormulaError_LongFragment_WholeMessageIn255Characters) {
   }
 }
 
+TEST_F(ErrorTest, BryndFormulaError_FragmentEndsBeforeItsLength_NothingReadBehindIt) {
+  const std::vector<char> fragment{'a', 'b', 0};
+  EXPECT_EQ(_BryndFormulaError(Session(), 0x301, fragment.data(), 200), KVFAIL_FORMULA);
+  EXPECT_EQ(LastError().message, "Formula error near 'ab'");
+}
+
 TEST_F(ErrorTest, BryndLoadString_LimitAndUnknownKey) {
   char buffer[KVMESSAGE_BYTES];
   EXPECT_EQ(BryndLoadString(KVFAIL_NO_ACTION, buffer, 9), 9u);
