@@ -97,6 +97,7 @@ void Evaluator::LimitSteps(uint32_t steps) { machine_->LimitSteps(steps); }
 
 Evaluation Evaluator::Evaluate(Host& host) {
   machine_->Begin(host);
+  machine_->SetForSelection(false);
   const Value result = machine_->Run(program_->Main());
   Evaluation evaluation;
   evaluation.value = WriteValue(result, &output_);
@@ -108,6 +109,7 @@ Evaluation Evaluator::Evaluate(Host& host) {
 
 bool Evaluator::Selects(Host& host) {
   machine_->Begin(host);
+  machine_->SetForSelection(true);
   return IsSelected(*machine_, machine_->Run(program_->Main()));
 }
 
@@ -121,6 +123,7 @@ Bytes Evaluator::ColumnValue(Host& host, size_t column) {
 
 Evaluator::Table Evaluator::Columns(Host& host, TableForm form) {
   machine_->Begin(host);
+  machine_->SetForSelection(true);
   if (!IsSelected(*machine_, machine_->Run(program_->Main()))) return {};
   const std::span<const Column> columns = program_->Columns();
   const bool is_named = form == TableForm::kNamed;

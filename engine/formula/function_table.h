@@ -45,12 +45,11 @@ struct FunctionRow {
   uint8_t most;
   Form form;
   uint16_t traits;
-  FunctionCall call;  // null for special forms, and for functions that are not built yet
+  FunctionCall call;  // null for special forms
 
   bool Takes(size_t count) const {
     return count >= least && count <= most && ((traits & kOddCount) == 0 || count % 2 == 1);
   }
-  bool IsBuilt() const { return form != Form::kCall || call != nullptr; }
 };
 
 constexpr uint16_t kFunctionAll = 102, kFunctionDocNumber = 146;

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/text.h"
 #include "formula/function_table.h"
 #include "formula/machine.h"
 #include "formula/operators.h"
@@ -37,6 +38,17 @@ inline std::optional<int64_t> FirstWhole(const Value& value) {
   const std::optional<double> number = FirstNumber(value);
   if (!number.has_value() || !(*number > -1e15 && *number < 1e15)) return std::nullopt;
   return static_cast<int64_t>(*number);
+}
+
+// An option without the brackets that it may stand in, and whether a text or list of texts names one.
+inline std::string_view OptionName(std::string_view option) {
+  const bool has_brackets = option.size() > 2 && option.front() == '[' && option.back() == ']';
+  return has_brackets ? option.substr(1, option.size() - 2) : option;
+}
+inline bool HasOption(const Value& options, std::string_view wanted) {
+  for (uint32_t index = 0; index < options.Count(); ++index)
+    if (EqualFold(OptionName(options.TextAt(index)), wanted)) return true;
+  return false;
 }
 
 // Calls make(index) for so many elements and joins what it gives; ends at the first error.
@@ -82,6 +94,13 @@ Value Pick(Machine& machine, const Value& list, std::span<const uint32_t> places
 
 // One value as text, in a format of @Text; an error when the format is none.
 Value ValueText(Machine& machine, const Value& value, uint32_t index, std::string_view format);
+
+// The first item of that name as it is in the document, whatever variables are called.
+Value ItemOf(Machine& machine, Host& host, std::string_view name);
+
+// Universal ids as texts: 32 hexadecimal digits.
+std::string HexOfUnid(const UNIVERSALNOTEID& unid);
+bool UnidOfHex(std::string_view digits, UNIVERSALNOTEID* unid);
 
 // Sixteen upper-case hexadecimal digits of the two words of a time, the later word first, and a colon between
 // them.

@@ -145,12 +145,6 @@ std::string_view FileNameOf(std::string_view path) {
   return sign == path.npos ? path : path.substr(sign + 1);
 }
 
-bool HasOption(const Value& options, std::string_view wanted) {
-  for (uint32_t index = 0; index < options.Count(); ++index)
-    if (EqualFold(options.TextAt(index), wanted)) return true;
-  return false;
-}
-
 }  // namespace
 
 Value CallUpperCase(Machine& machine, std::span<const Value> arguments) {

@@ -1,4 +1,6 @@
 // The document, its database, and where the formula runs.
+#include <charconv>
+
 #include "base/text.h"
 #include "base/time.h"
 #include "formula/functions.h"
@@ -6,6 +8,9 @@
 namespace brynd::formula {
 
 namespace {
+
+// How far up a chain of responses is followed; it may lead in a circle.
+constexpr int kGenerationsMax = 32;
 
 constexpr std::string_view kRelease = "5.0";
 constexpr char kMarkerBegin = 0x7f, kMarkerEnd = static_cast<char>(0xff);
@@ -58,10 +63,39 @@ DocumentFacts Facts(Machine& machine) {
   return facts;
 }
 
+// A list of texts, or the empty text when there are none.
+Value TextsOf(Machine& machine, std::span<const std::string> texts) {
+  if (texts.empty()) return {};
+  return MakeEach(machine, texts.size(), [&](uint32_t index) { return machine.KeepText(texts[index]); });
+}
+
 // A time that the document has not is nothing: the empty text.
 Value TimeOrNothing(const TIMEDATE& time) { return IsWildcard(time) ? Value() : Value::Time(time); }
 
 }  // namespace
+
+std::string HexOfUnid(const UNIVERSALNOTEID& unid) {
+  return HexOfWord(unid.File.Innards[1]) + HexOfWord(unid.File.Innards[0]) + HexOfWord(unid.Note.Innards[1]) +
+         HexOfWord(unid.Note.Innards[0]);
+}
+
+bool UnidOfHex(std::string_view digits, UNIVERSALNOTEID* unid) {
+  if (digits.size() != 32) return false;
+  uint32_t words[4];
+  for (size_t word = 0; word < 4; ++word) {
+    const char* const begin = digits.data() + 8 * word;
+    const std::from_chars_result read = std::from_chars(begin, begin + 8, words[word], 16);
+    if (read.ec != std::errc() || read.ptr != begin + 8) return false;
+  }
+  *unid = {{{words[1], words[0]}}, {{words[3], words[2]}}};
+  return true;
+}
+
+Value ItemOf(Machine& machine, Host& host, std::string_view name) {
+  const NameToken token = host.Bind(name);
+  ItemView item;
+  return token != kNoToken && host.Find(token, &item) ? ReadItem(item, machine.Memory()) : Value();
+}
 
 std::string HexOfTime(const TIMEDATE& time) {
   return HexOfWord(time.Innards[1]) + ":" + HexOfWord(time.Innards[0]);
@@ -80,8 +114,22 @@ Value CallNoteID(Machine& machine, std::span<const Value>) {
 
 Value CallDocumentUniqueID(Machine& machine, std::span<const Value>) {
   const ORIGINATORID id = Facts(machine).originator;
-  return machine.KeepText(HexOfWord(id.File.Innards[1]) + HexOfWord(id.File.Innards[0]) +
-                          HexOfWord(id.Note.Innards[1]) + HexOfWord(id.Note.Innards[0]));
+  return machine.KeepText(HexOfUnid({id.File, id.Note}));
+}
+
+Value CallInheritedDocumentUniqueID(Machine& machine, std::span<const Value>) {
+  const DocumentFacts facts = Facts(machine);
+  return facts.is_response ? machine.KeepText(HexOfUnid(facts.parent)) : Value();
+}
+
+// Who wrote the document: what it says of that itself, else the first who changed it; a new document is the
+// user's.
+Value CallAuthor(Machine& machine, std::span<const Value>) {
+  for (const std::string_view name : {"From", "Author", "$UpdatedBy"}) {
+    const Value author = ItemOf(machine, machine.Document(), name);
+    if (author.IsText() && !author.TextAt(0).empty()) return Value::Text(author.TextAt(0));
+  }
+  return Facts(machine).is_new ? machine.KeepText(machine.Document().UserName()) : Value();
 }
 
 Value CallCreated(Machine& machine, std::span<const Value>) { return TimeOrNothing(Facts(machine).created); }
@@ -102,7 +150,34 @@ Value CallDocLength(Machine& machine, std::span<const Value>) {
 Value CallDocFields(Machine& machine, std::span<const Value>) {
   std::vector<std::string> names;
   machine.Document().ItemNames(&names);
-  return MakeEach(machine, names.size(), [&](uint32_t index) { return machine.KeepText(names[index]); });
+  return TextsOf(machine, names);
+}
+
+Value CallAttachments(Machine& machine, std::span<const Value>) {
+  std::vector<AttachedFile> files;
+  machine.Document().Attachments(&files);
+  return Value::Number(static_cast<double>(files.size()));
+}
+Value CallAttachmentNames(Machine& machine, std::span<const Value>) {
+  std::vector<AttachedFile> files;
+  machine.Document().Attachments(&files);
+  if (files.empty()) return {};
+  return MakeEach(machine, files.size(), [&](uint32_t index) { return machine.KeepText(files[index].name); });
+}
+Value CallAttachmentLengths(Machine& machine, std::span<const Value>) {
+  std::vector<AttachedFile> files;
+  machine.Document().Attachments(&files);
+  if (files.empty()) return {};
+  return MakeEach(machine, files.size(),
+                  [&](uint32_t index) { return Value::Number(static_cast<double>(files[index].bytes)); });
+}
+
+Value CallAllChildren(Machine& machine, std::span<const Value>) { return machine.SelectsAncestor(1); }
+Value CallAllDescendants(Machine& machine, std::span<const Value>) {
+  return machine.SelectsAncestor(kGenerationsMax);
+}
+Value CallResponses(Machine& machine, std::span<const Value>) {
+  return Value::Number(static_cast<double>(machine.Document().ResponseCount()));
 }
 
 Value CallForm(Machine& machine, std::span<const Value>) { return machine.ReadName("Form"); }

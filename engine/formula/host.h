@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -44,6 +45,7 @@ struct DocumentFacts {
   uint16_t note_class = 1;
   bool is_new = false;
   bool is_response = false;
+  UNIVERSALNOTEID parent{};  // of a response: the first document that it refers to
   ORIGINATORID originator{};
   TIMEDATE created{{0xffffffff, 0xffffffff}};
   TIMEDATE modified{{0xffffffff, 0xffffffff}};  // the time of the last edit, in any replica
@@ -57,6 +59,34 @@ struct DatabaseFacts {
   std::string path;   // as the user would give it, server and file joined
   TIMEDATE replica_id{{0, 0}};
 };
+
+// A file attached to the document.
+struct AttachedFile {
+  std::string name;  // engine text
+  uint64_t bytes = 0;
+};
+
+// What the access list of the database says of the user, and who manages the database.
+struct AccessFacts {
+  uint8_t level = 0;                    // 0 none to 6 manager
+  std::vector<std::string> user_names;  // names by which the list may know the user, the narrowest first
+  std::vector<std::string> user_roles;  // in brackets
+  std::vector<std::string> managers;
+};
+
+// A question to a view: the values of one column, for all rows or those of a key.
+struct ViewQuestion {
+  std::string_view database;  // path; empty for the database of the document
+  std::string_view view;
+  const ItemView* key = nullptr;  // none asks for all rows
+  uint32_t column = 0;            // from 1; 0: what `field` names, of the documents
+  std::string_view field;
+  bool partial_key = false;   // rows whose key begins with the key
+  bool document_ids = false;  // the universal ids of the rows' documents instead
+};
+
+// What becomes of a question or a write that a host may not be able to serve.
+enum class Answer : uint8_t { kDone, kNothing, kRefused, kNotAvailable };
 
 class Host {
  public:
@@ -80,8 +110,27 @@ class Host {
   virtual void Document(DocumentFacts* /*facts*/) {}
   virtual void Database(DatabaseFacts* /*facts*/) {}
 
+  // Files attached to the document, in its order.
+  virtual void Attachments(std::vector<AttachedFile>* /*files*/) {}
+  virtual void Access(AccessFacts* /*facts*/) {}
+
+  // Other documents of the database: a stored one, which takes no writes (none when there is no such
+  // document); how many refer to this one as their parent; one item of a stored one, `item` null deletes it.
+  virtual std::unique_ptr<Host> Stored(const UNIVERSALNOTEID& /*unid*/) { return nullptr; }
+  virtual uint64_t ResponseCount() { return 0; }
+  virtual Answer WriteStored(const UNIVERSALNOTEID& /*unid*/, std::string_view /*name*/,
+                             const ItemView* /*item*/) {
+    return Answer::kRefused;
+  }
+
+  // Views and other databases. The values of a view come as an item's value, type word first.
+  virtual Answer ReadView(const ViewQuestion& /*question*/, std::vector<std::byte>* /*value*/) {
+    return Answer::kNotAvailable;
+  }
+  virtual bool DatabaseExists(std::string_view /*path*/) { return false; }
+
   // The user on whose behalf the formula runs, canonical, and the settings file. They answer from the
-  // process's settings.
+  // process's settings; a user without a name is the empty text.
   virtual std::string UserName();
   virtual std::optional<std::string> EnvironmentGet(std::string_view name);
   virtual bool EnvironmentSet(std::string_view name, std::string_view value);

@@ -54,6 +54,48 @@ constexpr SymbolRow kSymbols[] = {
     {";", TokenKind::kSemicolon, Op::kEnd},
 };
 
+// Options of functions, written in brackets: [CN] is the text "[CN]".
+constexpr std::string_view kOptions[] = {
+    "A",
+    "Abbreviate",
+    "AccessLevel",
+    "Ascending",
+    "C",
+    "Canonicalize",
+    "CN",
+    "Descending",
+    "DropFirstVowel",
+    "DropVowels",
+    "FailSilent",
+    "G",
+    "HierarchyOnly",
+    "I",
+    "IgnoreAccents",
+    "IgnoreCase",
+    "LevelName",
+    "NoCache",
+    "O",
+    "OU1",
+    "OU2",
+    "OU3",
+    "OU4",
+    "P",
+    "PartialMatch",
+    "Q",
+    "ReturnDocumentUniqueID",
+    "S",
+    "ToKeyword",
+    "TrimPunct",
+    "TrimWhite",
+    "TryFit",
+};
+
+bool IsOption(std::string_view word) {
+  for (const std::string_view option : kOptions)
+    if (EqualFold(option, word)) return true;
+  return false;
+}
+
 }  // namespace
 
 size_t NameBytesAt(std::string_view source, size_t position) {
@@ -151,6 +193,10 @@ EngStatus Lexer::BracedText(Token* token) {
 EngStatus Lexer::Time(Token* token) {
   const size_t end = source_.find(']', at_);
   if (end == std::string_view::npos) return Refuse(token, status::kFormulaTime, source_.size());
+  if (IsOption(source_.substr(at_ + 1, end - at_ - 1))) {
+    token->text = source_.substr(at_, end + 1 - at_);
+    return Finish(token, TokenKind::kText, end + 1);
+  }
   if (!ReadTime(IntlFromSettings(), source_.substr(at_ + 1, end - at_ - 1), &token->time))
     return Refuse(token, status::kFormulaTime, end + 1);
   return Finish(token, TokenKind::kTime, end + 1);

@@ -79,6 +79,8 @@ inline bool OperateQuickly(Op op, Value* left, const Value& right) {
 Machine::Machine(const Program& program)
     : program_(program), tokens_(program.Names().size(), kNoToken), variables_(program.Names().size()) {}
 
+Machine::~Machine() = default;
+
 void Machine::Begin(Host& host) {
   host_ = &host;
   const NameScope scope = host.Scope();
@@ -458,6 +460,7 @@ Value Machine::WriteField(std::string_view name, const Value& value) {
 Value Machine::WriteEnvironment(std::string_view name, const Value& value) {
   if (value.IsError()) return value;
   if (!value.IsText()) return Value::Error(ErrorCode::kWantsText);
+  if (is_for_ancestor_) return value;
   if (!host_->EnvironmentSet(name, value.TextAt(0))) return Value::Error(ErrorCode::kRefused);
   return value;
 }
@@ -472,6 +475,8 @@ Value Machine::EvaluateText(std::string_view text) {
   const auto inner = std::make_unique<Machine>(program);
   inner->eval_depth_ = eval_depth_ + 1;
   inner->for_column_ = for_column_;
+  inner->for_selection_ = KeepsToDocument();
+  inner->is_for_ancestor_ = is_for_ancestor_;
   inner->steps_max_ = steps_max_;
   inner->Begin(*host_);
   inner->steps_ = steps_ + 1;
@@ -481,6 +486,70 @@ Value Machine::EvaluateText(std::string_view text) {
   deleted_ |= inner->deleted_;
   modified_ |= inner->modified_;
   return result;
+}
+
+// The question runs the whole formula for the ancestor, in a machine that answers it with no. It shares what
+// is left of the steps, so no chain of documents makes an evaluation longer than it may be.
+Value Machine::SelectsAncestor(int generations) {
+  if (is_for_ancestor_) return Value::Bool(false);
+  if (ancestor_ == nullptr) {
+    ancestor_ = std::make_unique<Machine>(program_);
+    ancestor_->is_for_ancestor_ = true;
+  }
+  ancestor_->for_selection_ = for_selection_;
+  ancestor_->steps_max_ = steps_max_;
+  DocumentFacts facts;
+  host_->Document(&facts);
+  while (facts.is_response && generations-- > 0) {
+    const std::unique_ptr<Host> document = host_->Stored(facts.parent);
+    if (document == nullptr) break;
+    ancestor_->Begin(*document);
+    ancestor_->steps_ = steps_;
+    const Value result = ancestor_->Run(program_.Main());
+    steps_ = ancestor_->steps_;
+    const bool is_selected =
+        program_.HasSelection() ? ancestor_->selected_ : result.IsNumber() && result.NumberAt(0) != 0;
+    if (is_selected) return Value::Bool(true);
+    facts = {};
+    document->Document(&facts);
+  }
+  return Value::Bool(false);
+}
+
+bool Machine::IsSame(const UNIVERSALNOTEID& unid) {
+  DocumentFacts facts;
+  host_->Document(&facts);
+  return !facts.is_new && std::memcmp(&facts.originator, &unid, sizeof unid) == 0;
+}
+
+Value Machine::ReadStored(const UNIVERSALNOTEID& unid, std::string_view name) {
+  if (IsSame(unid)) return ReadName(name);
+  const std::unique_ptr<Host> document = host_->Stored(unid);
+  if (document == nullptr) return Value::Error(ErrorCode::kNoDocument);
+  const NameToken token = document->Bind(name);
+  ItemView item;
+  if (token == kNoToken || !document->Find(token, &item)) return {};
+  return CopyValue(ReadItem(item, arena_), arena_);
+}
+
+Value Machine::WriteStored(const UNIVERSALNOTEID& unid, std::string_view name, const Value& value) {
+  if (IsSame(unid)) return WriteField(name, value);
+  const size_t bytes = StoredBytes(value);
+  if (bytes == 0) return Value::Error(ErrorCode::kTooLong);
+  std::byte* const stored = static_cast<std::byte*>(arena_.Take(bytes));
+  StoreValue(value, stored);
+  const ItemView item{LoadU16(stored), {stored + 2, bytes - 2}};
+  switch (host_->WriteStored(unid, name, value.kind == Kind::kUnavailable ? nullptr : &item)) {
+    case Answer::kDone:
+      return value;
+    case Answer::kNothing:
+      return Value::Error(ErrorCode::kNoDocument);
+    case Answer::kRefused:
+      return Value::Error(ErrorCode::kRefused);
+    case Answer::kNotAvailable:
+      return Value::Error(ErrorCode::kNotBuilt);
+  }
+  return Value::Error(ErrorCode::kRefused);
 }
 
 }  // namespace brynd::formula

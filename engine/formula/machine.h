@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -21,6 +22,7 @@ namespace brynd::formula {
 class Machine {
  public:
   explicit Machine(const Program& program);
+  ~Machine();
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
@@ -56,6 +58,16 @@ class Machine {
   Value WriteEnvironment(std::string_view name, const Value& value);
   Value EvaluateText(std::string_view text);  // @Eval
 
+  // Whether the formula by itself, without what it says of ancestors, selects the parent of the document, or
+  // one of its ancestors up to that many generations away.
+  Value SelectsAncestor(int generations);
+  // An item of a stored document; the document's own when it is the one at hand.
+  Value ReadStored(const UNIVERSALNOTEID& unid, std::string_view name);
+  Value WriteStored(const UNIVERSALNOTEID& unid, std::string_view name, const Value& value);
+  // Selections and columns are computed for every document and keep to that document.
+  bool KeepsToDocument() const { return for_column_ || for_selection_ || program_.HasSelection(); }
+  void SetForSelection(bool for_selection) { for_selection_ = for_selection; }
+
  private:
   struct Variable {
     bool is_set = false;
@@ -80,6 +92,7 @@ class Machine {
   void AssignName(Op op, uint16_t name);
   bool Condition(Value* value, bool* truth);
   bool CountStep(size_t bytes_back);
+  bool IsSame(const UNIVERSALNOTEID& unid);
   void CollectGarbage();
 
   Value& Top() { return stack_[depth_ - 1]; }
@@ -99,6 +112,9 @@ class Machine {
   uint32_t steps_max_ = kStepsMax;
   int eval_depth_ = 0;
   bool for_column_ = false;
+  bool for_selection_ = false;
+  bool is_for_ancestor_ = false;       // asks whether an ancestor is selected: changes nothing
+  std::unique_ptr<Machine> ancestor_;  // for that question
   bool selected_ = false, deleted_ = false, modified_ = false;
   bool has_now_ = false;
   TIMEDATE now_{};

@@ -225,7 +225,6 @@ bool Parser::Call() {
   const FunctionRow* function =
       token_.function >= 0 ? FindFunction(static_cast<uint16_t>(token_.function)) : FindFunction(token_.name);
   if (function == nullptr) return Refuse(status::kFormulaNoFunction);
-  if (!function->IsBuilt()) return Refuse(status::kFormulaNotBuilt);
   if (for_column_ && (function->traits & kNotInColumns) != 0) return Refuse(status::kFormulaContext);
   if (!Advance()) return false;
   if ((function->traits & kWrites) != 0) writer_.AddFlags(kFlagWrites);

@@ -43,7 +43,8 @@ enum class ErrorCode : uint16_t {
   kBadArgument = 12,
   kBadItem = 13,   // a stored value that is damaged, or of a type formulas do not compute with
   kRefused = 14,   // not allowed in this place
-  kNotBuilt = 15,  // not available in this build
+  kNotBuilt = 15,    // not available in this build
+  kNoDocument = 16,  // there is no document of that id
 };
 
 constexpr uint32_t kTextBytesMax = 65535;

@@ -46,8 +46,6 @@ constexpr Fault kFaults[] = {
     {"@@9999@@", status::kFormulaNoFunction, 0, 8, 1, 1},
     {"@@12", status::kFormulaNoFunction, 0, 2, 1, 1},
     {"@@x@@", status::kFormulaNoFunction, 0, 3, 1, 1},
-    {"x := 1; @DbColumn(1; 2; 3; 4)", status::kFormulaNotBuilt, 8, 9, 1, 9},
-    {"@Attachments", status::kFormulaNotBuilt, 0, 12, 1, 1},
     {"@Left(x)", status::kFormulaArguments, 0, 5, 1, 1},
     {"@Left(x; 1; 2)", status::kFormulaArguments, 0, 5, 1, 1},
     {"@All(1)", status::kFormulaArguments, 0, 4, 1, 1},

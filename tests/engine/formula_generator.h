@@ -110,7 +110,6 @@ class FormulaGenerator {
 
   std::string Call(int depth) {
     const FunctionRow& row = Functions()[random_.Below(static_cast<uint32_t>(Functions().size()))];
-    if (!row.IsBuilt()) return Leaf();
     const std::string name =
         random_.Below(4) == 0 ? "@@" + std::to_string(row.number) + "@@" : "@" + std::string(row.name);
     if (row.form == Form::kAvailable)

@@ -143,7 +143,7 @@ TEST(FormulaHostileTest, Load_CodeThatNoCompilerWrites_Judged) {
   EXPECT_FALSE(Use(Handmade({3, 0, 0, 1, 0, kEnd})));     // a constant that is not there
   EXPECT_FALSE(Use(Handmade({kCall, 0, 0, 0, kEnd})));    // no function
   EXPECT_FALSE(Use(Handmade({kCall, 102, 0, 1, kEnd})));  // a count that it does not take
-  EXPECT_FALSE(Use(Handmade({kCall, 103, 0, 0, kEnd})));  // a function that is not built
+  EXPECT_FALSE(Use(Handmade({kCall, 1, 0, 3, kEnd})));    // a function that is no call
   EXPECT_TRUE(Use(Handmade({kCall, 102, 0, 0, kEnd})));
   EXPECT_FALSE(Use(Handmade({kSkip, 0, 0})));                        // to the end
   EXPECT_FALSE(Use(Handmade({kSkip, 1, 0, kInteger, 1, 0, kEnd})));  // into an instruction

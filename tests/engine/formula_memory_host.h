@@ -57,6 +57,55 @@ class MemoryHost : public Host {
   void Document(DocumentFacts* facts) override { *facts = document; }
   void Database(DatabaseFacts* facts) override { *facts = database; }
   std::string UserName() override { return "CN=Ann Author/O=Acme"; }
+  void Attachments(std::vector<AttachedFile>* attached) override { *attached = files; }
+  void Access(AccessFacts* facts) override { *facts = access; }
+  uint64_t ResponseCount() override { return responses; }
+  bool DatabaseExists(std::string_view path) override { return path == database.path; }
+  std::unique_ptr<Host> Stored(const UNIVERSALNOTEID& unid) override {
+    for (const MemoryHost* other : others) {
+      if (std::memcmp(&other->document.originator, &unid, sizeof unid) != 0) continue;
+      auto copy = std::make_unique<MemoryHost>(*other);
+      copy->is_read_only = true;
+      return copy;
+    }
+    return nullptr;
+  }
+  Answer WriteStored(const UNIVERSALNOTEID& unid, std::string_view name, const ItemView* item) override {
+    if (is_read_only) return Answer::kRefused;
+    for (MemoryHost* other : others) {
+      if (std::memcmp(&other->document.originator, &unid, sizeof unid) != 0) continue;
+      if (item != nullptr)
+        other->WriteItem(name, *item);
+      else
+        other->DeleteItem(name);
+      return Answer::kDone;
+    }
+    return Answer::kNothing;
+  }
+  // One view, of two rows: "a", 1 and "b", 2.
+  Answer ReadView(const ViewQuestion& question, std::vector<std::byte>* value) override {
+    if (!has_views) return Answer::kNotAvailable;
+    if (question.view == "Closed") return Answer::kRefused;
+    if (question.view != "Rows" || !question.database.empty()) return Answer::kNothing;
+    std::string_view keys[] = {"a", "b"};
+    double numbers[] = {1, 2};
+    Arena arena;
+    if (question.key != nullptr) {
+      const Value key = ReadItem(*question.key, arena);
+      const bool is_b =
+          key.IsText() &&
+          (question.partial_key ? std::string_view("b").starts_with(key.TextAt(0)) : key.TextAt(0) == "b");
+      if (!is_b) return Answer::kNothing;
+      keys[0] = question.document_ids ? "id of b" : "b";
+      numbers[0] = 2;
+    }
+    const size_t rows = question.key != nullptr ? 1 : 2;
+    const bool is_text = question.document_ids || question.column == 1 || question.field == "Key";
+    const Value answer = is_text ? Value::Texts({keys, rows}) : Value::Numbers({numbers, rows});
+    value->resize(StoredBytes(answer));
+    StoreValue(answer, value->data());
+    return Answer::kDone;
+  }
   std::optional<std::string> EnvironmentGet(std::string_view name) override {
     const auto found = settings.find(std::string(name));
     return found == settings.end() ? std::nullopt : std::optional(found->second);
@@ -88,6 +137,11 @@ class MemoryHost : public Host {
   DocumentFacts document;
   DatabaseFacts database;
   std::map<std::string, std::string> settings;
+  std::vector<AttachedFile> files;
+  AccessFacts access;
+  uint64_t responses = 0;
+  std::vector<MemoryHost*> others;  // documents that Stored finds
+  bool has_views = false;
   bool is_read_only = false;
   int finds = 0;
 
