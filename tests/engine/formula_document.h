@@ -4,9 +4,12 @@
 
 #include <cstdlib>
 
+#include "base/charset.h"
+#include "base/intl.h"
 #include "base/process.h"
 #include "base/time.h"
 #include "engine/formula_memory_host.h"
+#include "formula/time_text.h"
 
 namespace brynd::formula {
 
@@ -40,6 +43,42 @@ inline const bool kZoneIsSet = setenv("TZ", "UTC", 1) == 0;
 
 inline TIMEDATE At(int32_t year, int32_t month, int32_t day, uint32_t ticks) {
   return {{ticks, static_cast<uint32_t>(JulianDay(year, month, day))}};
+}
+
+// A stored value as the manual writes it: elements apart by " : ", times in brackets, "error 6", "nothing".
+inline std::string Readable(Bytes stored) {
+  const uint16_t type = LoadU16(stored.data());
+  if (type == kWordError) return "error " + std::to_string(LoadU16(stored.data() + 2));
+  if (type == kWordUnavailable) return "nothing";
+  Arena arena;
+  const Value value = ReadItem({type, stored.subspan(2)}, arena);
+  std::string text;
+  for (uint32_t index = 0; index < value.Count(); ++index) {
+    if (index != 0) text += index >= value.singles && (index - value.singles) % 2 == 1 ? ".." : " : ";
+    if (value.IsTime()) text += "[" + TimeText(IntlFromSettings(), value.TimeAt(index)) + "]";
+    char digits[32];
+    if (value.IsNumber())
+      text.append(digits,
+                  static_cast<size_t>(snprintf(digits, sizeof digits, "%.15g", value.NumberAt(index))));
+    if (!value.IsText()) continue;
+    text += '"';
+    for (const char letter : Utf8FromEngine(value.TextAt(index))) {
+      if (letter == '"' || letter == '\\') text += '\\';
+      text += letter;
+    }
+    text += '"';
+  }
+  return text;
+}
+
+// The result of a formula as the manual writes it; what the compiler says when it does not compile.
+inline std::string ComputeReadable(std::string_view source, Host& host) {
+  std::vector<std::byte> compiled;
+  CompileError error;
+  if (const EngStatus refused = Compile(source, {}, &compiled, &error))
+    return std::string(StatusName(refused));
+  Evaluator evaluator(Program::Load(compiled));
+  return Readable(evaluator.Evaluate(host).value);
 }
 
 class FormulaDocument {
