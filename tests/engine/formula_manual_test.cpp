@@ -2,6 +2,7 @@
 // all functions and no others.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -58,6 +59,16 @@ std::string FunctionOf(std::string_view line) {
   return std::string(line.substr(4, end - 4));
 }
 
+// Checks the arguments of a signature that names each of them, `?` behind those that may be left out.
+void ExpectArguments(const FunctionRow& function, std::string_view signature) {
+  if (signature.find("...") != signature.npos || signature.find(") or (") != signature.npos) return;
+  const std::string_view arguments = signature.substr(std::min(signature.find('('), signature.size()));
+  const auto count = [&](char sign) { return std::count(arguments.begin(), arguments.end(), sign); };
+  const auto total = arguments.empty() ? 0 : 1 + count(';');
+  EXPECT_EQ(total, function.most) << signature;
+  EXPECT_EQ(total - count('?'), function.least) << signature;
+}
+
 class ManualTest : public testing::Test, protected FormulaDocument {};
 
 TEST_F(ManualTest, EveryExample_Computed_GivesWhatThePageSays) {
@@ -90,6 +101,7 @@ TEST_F(ManualTest, EveryFunction_OfTheTable_HasItsRowAndAnExampleThatCallsIt) {
     EXPECT_TRUE(is_called) << name;
     const bool has_parenthesis = line.substr(4 + name.size(), 1) == "(";
     EXPECT_EQ(has_parenthesis, function->most > 0) << name;
+    ExpectArguments(*function, std::string_view(line).substr(3, line.find('`', 3) - 3));
   }
   for (const FunctionRow& function : Functions())
     EXPECT_TRUE(described.contains(std::string(function.name))) << function.name;
