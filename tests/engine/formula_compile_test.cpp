@@ -1,9 +1,13 @@
 // What the compiler refuses and where, what it takes, and the shape of what it writes.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "base/message.h"
+#include "engine/formula_generator.h"
 #include "engine/formula_memory_host.h"
 #include "formula/function_table.h"
+#include "formula/lexer.h"
 #include "formula/program.h"
 
 namespace brynd::formula {
@@ -73,13 +77,50 @@ constexpr Fault kFaults[] = {
     {"* 2", status::kFormulaNoOperand, 0, 1, 1, 1},
     {"a = = b", status::kFormulaNoOperand, 4, 1, 1, 5},
     {"a; b c", status::kFormulaNoOperator, 5, 1, 1, 6},
+    {"a;\n\n  1e400 + 2", status::kFormulaNumber, 6, 5, 3, 3},
+    {"x :=\n [1/2/3/4]", status::kFormulaTime, 6, 9, 2, 2},
+    {"@Name([XX]; a)", status::kFormulaTime, 6, 4, 1, 7},
+    {"@Name([CN] a)", status::kFormulaNoOperator, 11, 1, 1, 12},
+    {"x\n= {abc", status::kFormulaText, 4, 4, 2, 3},
+    {"1 +\n@Nope", status::kFormulaNoFunction, 4, 5, 2, 1},
+    {"1 +\n@Left(\nx)", status::kFormulaArguments, 4, 5, 2, 1},
+    {"1 +\n(2 * (3)", status::kFormulaParenthesis, 4, 1, 2, 1},
+    {"1 +\n2)", status::kFormulaParenthesis, 5, 1, 2, 2},
+    {"1;\n#", status::kFormulaSyntax, 3, 1, 2, 1},
+    {"1;\n\x10\x84\xb1\x05", status::kFormulaSyntax, 6, 1, 2, 2},
+    {"DEFAULT\nx = 1", status::kFormulaAssignment, 10, 1, 2, 3},
+    {"ENVIRONMENT x", status::kFormulaAssignment, 13, 0, 1, 14},
+    {"@IsUnavailable(\n\"\")", status::kFormulaName, 16, 2, 2, 1},
+    {"SELECT\n", status::kFormulaNoOperand, 7, 0, 2, 1},
+    {"@DeleteDocument", status::kFormulaContext, 0, 15, 1, 1},
+    {"1;\n1 + @SetField(\"a\"; 1)", status::kFormulaContext, 7, 9, 2, 5},
+    {"SetEnvironment + @SetEnvironment(1; 2)", status::kFormulaContext, 17, 15, 1, 18},
+};
+
+// Texts that are too long or too deep to be written out: what they are made of, and how often.
+struct LongFault {
+  const char *begin, *again, *end;
+  size_t times;
+  EngStatus status;
+  uint32_t offset, length;
+};
+
+constexpr LongFault kLongFaults[] = {
+    {"1 + ", "(", "", 30000, status::kFormulaTooDeep, 54, 1},
+    {"", "-", "1", 30000, status::kFormulaTooDeep, 99, 1},
+    {"", "n", "", 256, status::kFormulaName, 0, 256},
+    {"a; ", "n", " b", 300, status::kFormulaName, 3, 300},
+    {"1", "+1", "", 40000, status::kFormulaTooLong, 32757, 1},
+    {"1; \"", "x", "\"", 70000, status::kFormulaTooLong, 3, 70002},
+    {"@List(1", ";1", ")", 255, status::kFormulaArguments, 0, 5},
 };
 
 TEST(FormulaCompileTest, Compile_FaultyText_StatusAndPlace) {
   for (const Fault& fault : kFaults) {
     std::vector<std::byte> compiled;
     CompileError error;
-    EXPECT_EQ(StatusName(Compile(fault.source, {}, &compiled, &error)), StatusName(fault.status))
+    const CompileOptions options{.item_name = fault.status == status::kFormulaContext ? "$1" : ""};
+    EXPECT_EQ(StatusName(Compile(fault.source, options, &compiled, &error)), StatusName(fault.status))
         << fault.source;
     EXPECT_EQ(error.status, fault.status) << fault.source;
     EXPECT_EQ(error.offset, fault.offset) << fault.source;
@@ -88,6 +129,63 @@ TEST(FormulaCompileTest, Compile_FaultyText_StatusAndPlace) {
     EXPECT_EQ(error.column, fault.column) << fault.source;
     EXPECT_TRUE(compiled.empty()) << fault.source;
   }
+}
+
+TEST(FormulaCompileTest, Compile_FaultyLongText_StatusAndPlace) {
+  for (const LongFault& fault : kLongFaults) {
+    std::string source = fault.begin;
+    for (size_t time = 0; time < fault.times; ++time) source += fault.again;
+    source += fault.end;
+    std::vector<std::byte> compiled;
+    CompileError error;
+    EXPECT_EQ(StatusName(Compile(source, {}, &compiled, &error)), StatusName(fault.status)) << fault.begin;
+    EXPECT_EQ(error.offset, fault.offset) << fault.begin << fault.again;
+    EXPECT_EQ(error.length, fault.length) << fault.begin << fault.again;
+    EXPECT_EQ(error.line, 1u);
+    EXPECT_EQ(error.column, fault.offset + 1) << fault.begin << fault.again;
+  }
+}
+
+// Each thing that can be wrong with a text stands in one of the tables.
+TEST(FormulaCompileTest, Faults_AllStatuses_Shown) {
+  std::set<EngStatus> shown;
+  for (const Fault& fault : kFaults) shown.insert(fault.status);
+  for (const LongFault& fault : kLongFaults) shown.insert(fault.status);
+  const std::set<EngStatus> all = {
+      status::kFormulaSyntax,     status::kFormulaNoOperator, status::kFormulaNoOperand,
+      status::kFormulaNoFunction, status::kFormulaArguments,  status::kFormulaParenthesis,
+      status::kFormulaText,       status::kFormulaNumber,     status::kFormulaTime,
+      status::kFormulaTooLong,    status::kFormulaTooDeep,    status::kFormulaAssignment,
+      status::kFormulaContext,    status::kFormulaName};
+  EXPECT_EQ(shown, all);
+}
+
+// Wherever a text breaks off and whatever stands in it: the place lies inside it, at the line and column that
+// the offset says.
+TEST(FormulaCompileTest, Compile_RandomFaults_PlaceInsideTheText) {
+  FormulaGenerator generator(SeedOfRun());
+  TestRandom random(SeedOfRun() + 1);
+  constexpr std::string_view kLetters = " \n();:=@[]{}\"\\*+-/!&|<>$_.a1x\x10\x05\xe9";
+  size_t refused = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string source = generator.Formula();
+    if (random.Below(2) == 0) source.resize(random.Below(static_cast<uint32_t>(source.size()) + 1));
+    for (uint32_t changes = random.Below(3); changes != 0 && !source.empty(); --changes)
+      source[random.Below(static_cast<uint32_t>(source.size()))] =
+          kLetters[random.Below(static_cast<uint32_t>(kLetters.size()))];
+    std::vector<std::byte> compiled;
+    CompileError error;
+    const EngStatus outcome = Compile(source, {}, &compiled, &error);
+    if (outcome == status::kOk) continue;
+    ++refused;
+    ASSERT_TRUE(outcome >= status::kFormulaSyntax && outcome <= status::kFormulaName) << source;
+    ASSERT_LE(error.offset + size_t{error.length}, source.size()) << source;
+    uint32_t line = 0, column = 0;
+    LineAndColumn(source, error.offset, &line, &column);
+    ASSERT_EQ(error.line, line) << source;
+    ASSERT_EQ(error.column, column) << source;
+  }
+  EXPECT_GT(refused, 5000u);
 }
 
 std::vector<std::byte> Compiled(std::string_view source, CompileOptions options = {}) {

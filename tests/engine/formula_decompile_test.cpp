@@ -1,9 +1,12 @@
 // Decompiling: the text of a formula compiles to the same bytes.
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "engine/formula_generator.h"
 #include "engine/formula_memory_host.h"
 #include "formula/decompiler.h"
+#include "formula/merge.h"
 
 namespace brynd::formula {
 namespace {
@@ -80,6 +83,51 @@ TEST(FormulaDecompileTest, Decompile_GeneratedFormulas_CompileToTheSameBytes) {
     ++compiled_count;
   }
   EXPECT_EQ(compiled_count, 5000);
+}
+
+// A formula at random that can be the code of a column.
+std::vector<std::byte> RandomColumn(FormulaGenerator& generator, std::string_view item_name,
+                                    std::string* source) {
+  for (;;) {
+    *source = generator.Formula();
+    std::vector<std::byte> compiled;
+    CompileError error;
+    if (Compile(*source, {.item_name = item_name}, &compiled, &error) == status::kFormulaContext) continue;
+    EXPECT_EQ(StatusName(error.status), "") << *source;
+    if (!Program::Load(compiled).HasSelection()) return compiled;
+  }
+}
+
+// Whatever is merged in whatever order: each part decompiles to a text that compiles to what it was made of.
+TEST(FormulaDecompileTest, Decompile_GeneratedMergedFormulas_PartsCompileToTheSameBytes) {
+  FormulaGenerator generator(SeedOfRun() + 2);
+  TestRandom random(SeedOfRun() + 3);
+  constexpr std::string_view kItems[] = {"$1", "$2", "Subject", "caf\xe9"};
+  for (int round = 0; round < 1500; ++round) {
+    const std::string selection_source = generator.Formula();
+    const std::vector<std::byte> selection = Compiled(selection_source);
+    std::vector<std::byte> merged = selection;
+    std::map<std::string_view, std::vector<std::byte>> columns;
+    std::string source;
+    for (uint32_t count = 1 + random.Below(4); count != 0; --count) {
+      const std::string_view item = kItems[random.Below(std::size(kItems))];
+      columns[item] = RandomColumn(generator, item, &source);
+      std::vector<std::byte> next;
+      ASSERT_EQ(StatusName(Merge(Program::Load(columns[item]), Program::Load(merged), &next)), "") << source;
+      merged = next;
+    }
+    const Program program = Program::Load(merged);
+    ASSERT_EQ(Compiled(Decompile(program)), selection) << selection_source;
+    ASSERT_EQ(program.Columns().size(), columns.size());
+    for (const Column& column : program.Columns()) {
+      const std::string_view name = program.Names()[column.name];
+      std::vector<std::byte> again;
+      CompileError error;
+      const std::string text = Decompile(program, column.part);
+      ASSERT_EQ(StatusName(Compile(text, {.item_name = name}, &again, &error)), "") << text;
+      ASSERT_EQ(again, columns[name]) << text;
+    }
+  }
 }
 
 // What the same text computes does not depend on the way it went.

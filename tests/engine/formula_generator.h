@@ -96,7 +96,8 @@ class FormulaGenerator {
       case 2:
         return Pick({"[2024-02-29]", "[10:15:30]", "[2024-02-29 10:15]", "[01/02/99]"});
       case 3:
-        return Pick({"@All", "@Now", "@@102@@", "@DocNumber", "@TOUT", "@Nothing()", "@pi"});
+        return Pick({"[CN]", "[trimwhite]", "@AllDescendants", "@Responses", "@All", "@Now", "@@102@@",
+                     "@DocNumber", "@TOUT", "@Nothing()", "@pi"});
       default:
         return Name();
     }

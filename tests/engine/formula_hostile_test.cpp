@@ -32,9 +32,13 @@ bool Use(Bytes bytes) {
   if (Program::TryLoad(bytes, &program) != status::kOk) return false;
   Program again;
   EXPECT_EQ(Program::TryLoad(program.Stored(), &again), status::kOk);
-  MemoryHost host;
+  MemoryHost parent, host;
   host.AddText("Form", "Memo");
   host.AddNumber("a", 1);
+  host.document.is_response = true;
+  host.others = {&parent};
+  host.files = {{"a.txt", 3}};
+  host.has_views = true;
   Evaluator evaluator(std::move(program));
   evaluator.LimitSteps(1000);
   try {
@@ -111,6 +115,41 @@ TEST(FormulaHostileTest, Load_RandomBytesInRandomFormulas_NoHarm) {
           static_cast<std::byte>(random.Below(256));
     Use(formula);
   }
+}
+
+// Pieces of two formulas put together anywhere, doubled, left out; the length at the front is set right.
+TEST(FormulaHostileTest, Load_PiecesOfRandomFormulas_NoHarm) {
+  FormulaGenerator generator(SeedOfRun() + 11);
+  TestRandom random(SeedOfRun() + 12);
+  size_t loaded = 0;
+  for (int round = 0; round < 3000; ++round) {
+    std::vector<std::byte> formula = Compiled(generator.Formula());
+    const std::vector<std::byte> other = round % 3 == 0 ? MergedFormula() : Compiled(generator.Formula());
+    if (round % 2 == 0) Merge(Program::Load(formula), Program::Load(other), &formula);
+    const auto some = [&](const std::vector<std::byte>& bytes) {
+      return static_cast<ptrdiff_t>(random.Below(static_cast<uint32_t>(bytes.size())));
+    };
+    const ptrdiff_t at = some(formula), first = some(other);
+    const ptrdiff_t piece =
+        std::min<ptrdiff_t>(random.Below(12), static_cast<ptrdiff_t>(other.size()) - first);
+    switch (random.Below(3)) {
+      case 0:
+        formula.insert(formula.begin() + at, other.begin() + first, other.begin() + first + piece);
+        break;
+      case 1:
+        formula.erase(
+            formula.begin() + at,
+            formula.begin() + std::min<ptrdiff_t>(at + piece, static_cast<ptrdiff_t>(formula.size())));
+        break;
+      default:
+        std::copy_n(other.begin() + first,
+                    std::min<ptrdiff_t>(piece, static_cast<ptrdiff_t>(formula.size()) - at),
+                    formula.begin() + at);
+    }
+    if (formula.size() >= 2) StoreU16(formula.data(), static_cast<uint16_t>(formula.size()));
+    loaded += Use(formula);
+  }
+  EXPECT_GT(loaded, 0u);
 }
 
 // A formula written by hand, of one part.

@@ -23,15 +23,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Program loaded;
   if (brynd::formula::Merge(same, program, &merged) == 0 && Program::TryLoad(merged, &loaded) != 0)
     std::abort();
-  MemoryHost host;
+  MemoryHost parent, host;
   host.AddText("a", "text");
   host.AddNumber("Size", 5);
+  host.document.is_response = true;
+  host.others = {&parent};
+  host.files = {{"a.txt", 3}};
+  host.has_views = true;
   Evaluator evaluator(std::move(program));
   evaluator.LimitSteps(100);
   try {
     evaluator.Evaluate(host);
     evaluator.Columns(host, brynd::formula::TableForm::kNamed);
     brynd::formula::Decompile(same);
+    for (const brynd::formula::Column& column : same.Columns()) brynd::formula::Decompile(same, column.part);
   } catch (const brynd::Failure& failure) {
     if (failure.status() < 0x300 || failure.status() > 0x3ff) std::abort();
   }

@@ -31,7 +31,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const std::string decompiled = brynd::formula::Decompile(Program::Load(compiled));
   Require(Compile(decompiled, {}, &again, &error) == 0 && again == compiled);
-  MemoryHost host;
+  MemoryHost parent, host;
+  host.document.is_response = true;
+  host.others = {&parent};
+  host.files = {{"a.txt", 3}};
+  host.has_views = true;
   host.AddText("a", "text");
   host.AddNumbers("b", {1, 2, 3}, 1);
   Evaluator evaluator(Program::Load(compiled));
