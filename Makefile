@@ -32,7 +32,7 @@ test: build
 tidy: deps
 	python3 tests/tidy.py
 
-bench: EXTRA_PACKAGES := libbenchmark-dev
+bench: EXTRA_PACKAGES := libbenchmark-dev liblua5.4-dev
 bench: deps
 	cmake --preset release -DKAVRIN_TESTS=OFF -DKAVRIN_BENCH=ON -B build/bench
 	cmake --build build/bench -j $(JOBS)
