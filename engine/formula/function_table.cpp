@@ -196,12 +196,6 @@ static_assert(std::ranges::is_sorted(kFunctions, std::ranges::less_equal{}, &Fun
                   std::ranges::adjacent_find(kFunctions, {}, &FunctionRow::number) == std::end(kFunctions),
               "numbers rise and none is given twice");
 
-static_assert(std::ranges::all_of(kFunctions,
-                                  [](const FunctionRow& row) {
-                                    return (row.form == Form::kCall) == (row.call != nullptr);
-                                  }),
-              "each function has its code");
-
 constexpr uint16_t kNumbersEnd = kFunctions[std::size(kFunctions) - 1].number + 1;
 
 constexpr auto kRowOfNumber = [] {

@@ -126,6 +126,8 @@ inline void Machine::ReadNameInto(uint16_t name, Value* target) {
     *target = Value();
   else if (item.type == kWordText)
     *target = Value::Text(TextOf(item.value));
+  else if (item.type == kWordNumber && item.value.size() >= sizeof(double))
+    *target = Value::Number(LoadF64(item.value.data()));
   else
     *target = ReadItem(item, arena_);
 }
@@ -170,6 +172,21 @@ void Machine::Execute(uint32_t offset, uint32_t end) {
       case Op::kTime:
         Push(Value::Time(Load<TIMEDATE>(at)));
         at += 8;
+        break;
+      case Op::kAssign:
+        SetVariable(program_.CanonicalName(U16(at)), Top());
+        at += 2;
+        break;
+      case Op::kLoopDrop:
+        if (Top().IsError())
+          at += U16(at);
+        else
+          --depth_;
+        at += 2;
+        break;
+      case Op::kIfElse:
+      case Op::kLoopSkip:
+        at += 2 + U16(at);
         break;
       case Op::kParenthesis:
         break;
@@ -240,7 +257,6 @@ const std::byte* Machine::Control(Op op, const std::byte* at, bool* stop) {
     case Op::kSelect:
       Change(op);
       return at;
-    case Op::kAssign:
     case Op::kField:
     case Op::kDefault:
     case Op::kEnvironment:
@@ -257,15 +273,8 @@ const std::byte* Machine::Control(Op op, const std::byte* at, bool* stop) {
       if (!HasName(U16(at))) return at + 4;
       Push(ReadName(U16(at)));
       return at + 4 + U16(at + 2);
-    case Op::kIfElse:
-    case Op::kLoopSkip:
-      return at + 2 + U16(at);
     case Op::kIfErrorTest:
       if (!Top().IsError()) return at + 2 + U16(at);
-      --depth_;
-      return at + 2;
-    case Op::kLoopDrop:
-      if (Top().IsError()) return at + 2 + U16(at);
       --depth_;
       return at + 2;
     case Op::kLoopBack:
@@ -334,7 +343,8 @@ const std::byte* Machine::TransformStep(Op op, const std::byte* at) {
     const std::byte* end = at + 2 + U16(at);
     if (static_cast<Op>(*end) != Op::kTransformEnd) Fail(status::kFormulaBad);
     Variable& variable = variables_[program_.CanonicalName(U16(end + 1))];
-    variable = {true, ElementOf(transform.list, transform.next++)};
+    variable.value = ElementOf(transform.list, transform.next++);
+    variable.is_set = true;
     any_variable_ = true;
     return at + 2;
   }
@@ -385,8 +395,7 @@ void Machine::AssignName(Op op, uint16_t name) {
     Top() = WriteEnvironment(spelling, Top());
     return;
   }
-  variables_[program_.CanonicalName(name)] = {true, Top()};
-  any_variable_ = true;
+  SetVariable(program_.CanonicalName(name), Top());
 }
 
 Value Machine::KeepText(std::string_view text) {
@@ -425,9 +434,7 @@ bool Machine::HasName(std::string_view name) {
 // A name that the formula nowhere reads needs no place.
 void Machine::SetVariable(std::string_view name, const Value& value) {
   const uint16_t number = program_.FindName(name);
-  if (number == kNoName) return;
-  variables_[number] = {true, value};
-  any_variable_ = true;
+  if (number != kNoName) SetVariable(number, value);
 }
 
 // A host that takes no writes still shows the formula what it wrote.

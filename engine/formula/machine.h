@@ -70,8 +70,8 @@ class Machine {
 
  private:
   struct Variable {
-    bool is_set = false;
     Value value;
+    bool is_set = false;
   };
   struct Transform {
     Value list;
@@ -90,6 +90,12 @@ class Machine {
   const std::byte* TransformStep(Op op, const std::byte* at);
   void Call(const std::byte* at);
   void AssignName(Op op, uint16_t name);
+  void SetVariable(uint16_t canonical, const Value& value) {
+    // Field by field: a copy as a whole would be read back across its pieces, which the processor waits for.
+    variables_[canonical].value = value;
+    variables_[canonical].is_set = true;
+    any_variable_ = true;
+  }
   bool Condition(Value* value, bool* truth);
   bool CountStep(size_t bytes_back);
   bool IsSame(const UNIVERSALNOTEID& unid);

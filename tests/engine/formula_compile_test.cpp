@@ -231,7 +231,10 @@ TEST(FormulaCompileTest, Compile_Flags_TellWhatTheFormulaDoes) {
   EXPECT_EQ(Program::Load(Compiled("FIELD x := 1")).Flags(), kFlagWrites);
   EXPECT_EQ(Program::Load(Compiled("@DeleteDocument")).Flags(), kFlagWrites);
   EXPECT_EQ(Program::Load(Compiled("@If(0; @Now; 1)")).Flags(), kFlagTime);
-  EXPECT_EQ(Program::Load(Compiled("@DocNumber")).Flags(), kFlagHierarchy);
+  for (const char* source : {"@DocNumber", "@AllChildren", "@AllDescendants", "@Responses"})
+    EXPECT_EQ(Program::Load(Compiled(source)).Flags(), kFlagHierarchy) << source;
+  EXPECT_EQ(Program::Load(Compiled("SELECT a | @AllDescendants")).Flags(), kFlagSelection | kFlagHierarchy);
+  EXPECT_EQ(Program::Load(Compiled("@SetDocField(a; \"b\"; 1)")).Flags(), kFlagWrites);
   EXPECT_EQ(Program::Load(Compiled("@Set(\"a\"; 1)")).Flags(), kFlagNamedSets);
 }
 

@@ -88,6 +88,11 @@ const FunctionRow* FunctionOf(const FormulaRow& row) {
   return FindFunction(std::string_view(bare).substr(sign + 1, end - sign - 1));
 }
 
+TEST_F(FunctionTest, EveryFunction_InTheTable_HasItsCode) {
+  for (const FunctionRow& function : Functions())
+    EXPECT_EQ(function.form == Form::kCall, function.call != nullptr) << function.name;
+}
+
 // A function without arguments has no lists and no errors to show; one that takes names, or errors as they
 // are, has no error to pass on.
 TEST_F(FunctionTest, EveryFunction_InTheTable_HasRowsOfEachKind) {
