@@ -196,17 +196,6 @@ void Machine::Execute(uint32_t offset, uint32_t end) {
       case Op::kRemark:
         at += 4;
         break;
-      case Op::kNegate:
-        Top() = Negate(Top(), arena_);
-        break;
-      case Op::kIsAvailable:
-        Push(Value::Bool(HasName(U16(at))));
-        at += 2;
-        break;
-      case Op::kIsUnavailable:
-        Push(Value::Bool(!HasName(U16(at))));
-        at += 2;
-        break;
       case Op::kCall:
         Call(at);
         at += 3;
@@ -252,11 +241,18 @@ void Machine::Change(Op op) {
 const std::byte* Machine::Control(Op op, const std::byte* at, bool* stop) {
   bool truth = false;
   switch (op) {
+    case Op::kNegate:
+      Top() = Negate(Top(), arena_);
+      return at;
     case Op::kPlus:
     case Op::kNot:
     case Op::kSelect:
       Change(op);
       return at;
+    case Op::kIsAvailable:
+    case Op::kIsUnavailable:
+      Push(Value::Bool(HasName(U16(at)) == (op == Op::kIsAvailable)));
+      return at + 2;
     case Op::kField:
     case Op::kDefault:
     case Op::kEnvironment:
