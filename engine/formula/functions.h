@@ -95,6 +95,9 @@ Value Pick(Machine& machine, const Value& list, std::span<const uint32_t> places
 // One value as text, in a format of @Text; an error when the format is none.
 Value ValueText(Machine& machine, const Value& value, uint32_t index, std::string_view format);
 
+// A list of copies of texts, the empty text when there are none.
+Value TextsOf(Machine& machine, std::span<const std::string> texts);
+
 // The first item of that name as it is in the document, whatever variables are called.
 Value ItemOf(Machine& machine, Host& host, std::string_view name);
 

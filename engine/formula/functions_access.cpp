@@ -16,11 +16,6 @@ AccessFacts Access(Machine& machine) {
   return facts;
 }
 
-Value TextsOf(Machine& machine, std::span<const std::string> texts) {
-  if (texts.empty()) return {};
-  return MakeEach(machine, texts.size(), [&](uint32_t index) { return machine.KeepText(texts[index]); });
-}
-
 // What stands behind the common name, from the inside out.
 std::vector<std::string_view> Surroundings(const NameParts& parts) {
   std::vector<std::string_view> names;

@@ -63,16 +63,15 @@ DocumentFacts Facts(Machine& machine) {
   return facts;
 }
 
-// A list of texts, or the empty text when there are none.
-Value TextsOf(Machine& machine, std::span<const std::string> texts) {
-  if (texts.empty()) return {};
-  return MakeEach(machine, texts.size(), [&](uint32_t index) { return machine.KeepText(texts[index]); });
-}
-
 // A time that the document has not is nothing: the empty text.
 Value TimeOrNothing(const TIMEDATE& time) { return IsWildcard(time) ? Value() : Value::Time(time); }
 
 }  // namespace
+
+Value TextsOf(Machine& machine, std::span<const std::string> texts) {
+  if (texts.empty()) return {};
+  return MakeEach(machine, texts.size(), [&](uint32_t index) { return machine.KeepText(texts[index]); });
+}
 
 std::string HexOfUnid(const UNIVERSALNOTEID& unid) {
   return HexOfWord(unid.File.Innards[1]) + HexOfWord(unid.File.Innards[0]) + HexOfWord(unid.Note.Innards[1]) +
