@@ -3,8 +3,9 @@
 // 32-bit handles are never 0, so no handle is 0.
 // (1) A slot's word is the handle of its object, or 0 when it is empty: one comparison tells a live handle
 //     from a stale, forged or foreign one.
-// (2) A slot's generation moves on whenever it is given up, and freed slots wait in a queue, so that a stale
-//     handle stays recognised for long.
+// (2) A slot's generation moves on whenever it is given up, and freed slots wait in a queue (slot_pool.h), so
+// that a
+//     stale handle stays recognised for long.
 // (3) Slots never move and chunks are not given back while the table lives: Find needs no lock.
 // The table does not guard an object against removal by another thread while Find's caller uses it: engine
 // handles belong to the thread that made them, and objects that are shared between threads are held by
@@ -22,7 +23,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/spin_lock.h"
+#include "base/slot_pool.h"
 #include "base/status.h"
 
 namespace brynd {
@@ -69,15 +70,19 @@ class HandleTable {
 
   // Takes the object over and gives its handle. Fails with kTooManyOpen when every slot is taken.
   Handle Add(std::unique_ptr<T> object) {
-    std::lock_guard lock(mutex_);
-    const uint32_t index = TakeSlot();
-    Slot& slot = *SlotAt(index);
-    const uint32_t handle = slot.next_handle;
-    slot.object.store(object.get(), std::memory_order_release);
-    slot.owner = std::move(object);
-    slot.handle.store(handle, std::memory_order_release);
-    ++count_;
-    return static_cast<Handle>(handle);
+    do {
+      SlotPool::Shard& shard = pool_.Mine();
+      const std::lock_guard lock(shard.lock);
+      const uint32_t index = pool_.Take(shard, NextFree(), [this](uint32_t fresh) { MakeFresh(fresh); });
+      if (index == 0) continue;
+      Slot& slot = *SlotAt(index);
+      const uint32_t handle = slot.next_handle;
+      slot.object.store(object.get(), std::memory_order_release);
+      slot.owner = std::move(object);
+      slot.handle.store(handle, std::memory_order_release);
+      return static_cast<Handle>(handle);
+    } while (pool_.Rescue(NextFree()));
+    Fail(status::kTooManyOpen);
   }
 
   // The object of a handle, or null when the handle is not a live one of this table. Lock-free.
@@ -98,32 +103,30 @@ class HandleTable {
 
   // Gives the object back to the caller and retires the handle; null when the handle is not live.
   std::unique_ptr<T> Remove(uint32_t handle) noexcept {
-    std::lock_guard lock(mutex_);
     Slot* slot = SlotAt(handle & kIndexMask);
-    if (handle == 0 || slot == nullptr || slot->handle.load(std::memory_order_relaxed) != handle)
-      return nullptr;
-    slot->handle.store(0, std::memory_order_release);
+    if (handle == 0 || slot == nullptr) return nullptr;
+    SlotPool::Shard& shard = pool_.Mine();
+    const std::lock_guard lock(shard.lock);
+    uint32_t expected = handle;  // threads may come here together from different shards: one of them removes
+    if (!slot->handle.compare_exchange_strong(expected, 0, std::memory_order_acq_rel)) return nullptr;
     slot->object.store(nullptr, std::memory_order_release);
     slot->next_handle = NextGeneration(handle);
-    GiveSlot(handle & kIndexMask);
-    --count_;
-    return std::move(slot->owner);
+    std::unique_ptr<T> object = std::move(slot->owner);
+    pool_.Give(shard, handle & kIndexMask, NextFree());
+    return object;
   }
 
-  // Calls visit(handle, object) for every live object, in no stated order, holding the table's lock.
+  // Calls visit(handle, object) for every live object, in no stated order, holding the table's locks.
   template <class Visit>
   void ForEach(Visit&& visit) const {
-    std::lock_guard lock(mutex_);
-    for (uint32_t index = 1; index < next_index_; ++index) {
+    const SlotPool::AllShards all(pool_);
+    for (uint32_t index = 1; index < all.NextIndex(); ++index) {
       const Slot& slot = *SlotAt(index);
       if (slot.owner) visit(static_cast<Handle>(slot.handle.load(std::memory_order_relaxed)), *slot.owner);
     }
   }
 
-  size_t Count() const noexcept {
-    std::lock_guard lock(mutex_);
-    return count_;
-  }
+  size_t Count() const noexcept { return static_cast<size_t>(SlotPool::AllShards(pool_).Live()); }
 
  private:
   // A cache line each: neighbours belong to other threads.
@@ -140,7 +143,7 @@ class HandleTable {
   static constexpr unsigned kChunkBits = kLayout.index_bits < 8 ? kLayout.index_bits : 8;
   static constexpr uint32_t kChunkSlots = 1u << kChunkBits;
   static constexpr size_t kChunkCount = size_t{1} << (kLayout.index_bits - kChunkBits);
-  // Fresh slots are used first until so many wait.
+  // Freed slots wait until so many of a thread do.
   static constexpr uint32_t kFreeSlotsKept = kChunkSlots / 2;
 
   Slot* SlotAt(uint32_t index) const noexcept {
@@ -159,45 +162,23 @@ class HandleTable {
     return (handle & ~kGenerationMask) | generation;
   }
 
-  uint32_t TakeSlot() {
-    const bool fresh_left = next_index_ <= kIndexMask;
-    if (free_head_ != 0 && (free_count_ > kFreeSlotsKept || !fresh_left)) return TakeFreeSlot();
-    if (!fresh_left) Fail(status::kTooManyOpen);
-    if (directory_[next_index_ >> kChunkBits].load(std::memory_order_relaxed) == nullptr) AddChunk();
-    const uint32_t index = next_index_++;
+  auto NextFree() const noexcept {
+    return [this](uint32_t index) -> uint32_t& { return SlotAt(index)->next_free; };
+  }
+
+  void MakeFresh(uint32_t index) {
+    std::atomic<Slot*>& chunk = directory_[index >> kChunkBits];
+    if (chunk.load(std::memory_order_relaxed) == nullptr) {
+      chunks_.push_back(std::make_unique<Slot[]>(kChunkSlots));
+      chunk.store(chunks_.back().get(), std::memory_order_release);
+    }
     SlotAt(index)->next_handle = FirstHandle(index);
-    return index;
-  }
-
-  uint32_t TakeFreeSlot() noexcept {
-    const uint32_t index = free_head_;
-    free_head_ = SlotAt(index)->next_free;
-    if (free_head_ == 0) free_tail_ = 0;
-    --free_count_;
-    return index;
-  }
-
-  void GiveSlot(uint32_t index) noexcept {
-    SlotAt(index)->next_free = 0;
-    if (free_tail_ == 0)
-      free_head_ = index;
-    else
-      SlotAt(free_tail_)->next_free = index;
-    free_tail_ = index;
-    ++free_count_;
-  }
-
-  void AddChunk() {
-    chunks_.push_back(std::make_unique<Slot[]>(kChunkSlots));
-    directory_[next_index_ >> kChunkBits].store(chunks_.back().get(), std::memory_order_release);
   }
 
   std::array<std::atomic<Slot*>, kChunkCount> directory_{};
-  mutable SpinLock mutex_;
-  std::vector<std::unique_ptr<Slot[]>> chunks_;
-  uint32_t next_index_ = 1;
-  uint32_t free_head_ = 0, free_tail_ = 0, free_count_ = 0;
-  size_t count_ = 0;
+  mutable SlotPool pool_{kIndexMask, kFreeSlotsKept};
+  std::vector<std::unique_ptr<Slot[]>>
+      chunks_;  // changed by who makes a fresh slot, which the pool lets one do
 };
 
 }  // namespace brynd

@@ -1,5 +1,6 @@
-// The table of memory blocks. Slots are handed out and taken back under one lock; everything else is lock-
-// free. A handle is kind 1 (4 bits) | generation (8 bits) | slot index (20 bits), as in base/handle_table.h.
+// The table of memory blocks. Slots are handed out and taken back under the lock of the calling thread's
+// shard (slot_pool.h); everything else is lock-free. A handle is kind 1 (4 bits) | generation (8 bits) | slot
+// index (20 bits), as in base/handle_table.h.
 #include "base/memory.h"
 
 #include <cstdlib>
@@ -9,7 +10,7 @@
 #include <vector>
 
 #include "base/handle_table.h"
-#include "base/spin_lock.h"
+#include "base/slot_pool.h"
 
 namespace brynd::memory {
 
@@ -22,8 +23,8 @@ static_assert(kLayout.index_bits == kIndexBits);
 constexpr uint32_t kGenerationUnit = 1u << kIndexBits;
 constexpr uint32_t kGenerationMask = ((1u << kLayout.generation_bits) - 1) << kIndexBits;
 constexpr uint32_t kFirstHandle = kLayout.kind << (kIndexBits + kLayout.generation_bits) | kGenerationUnit;
-// Freed slots wait until so many of them do: a handle stays recognised as freed through this many times 256
-// further frees.
+// Freed slots wait until so many of a thread do: a handle stays recognised as freed through this many times
+// 256 further frees by that thread.
 constexpr uint32_t kFreeSlotsKept = 512;
 
 #ifndef NDEBUG
@@ -35,12 +36,16 @@ void Poison(std::byte* bytes, int pattern, size_t byte_count) noexcept {
 }
 #endif
 
-// What only the holder of mutex touches.
+Slot* SlotAt(uint32_t index) noexcept {
+  return chunk_directory[index >> kChunkBits].load(std::memory_order_relaxed) + (index & (kChunkSlots - 1));
+}
+
+constexpr auto kNextFree = [](uint32_t index) noexcept -> uint32_t& { return SlotAt(index)->next_free; };
+
 struct Table {
-  SpinLock mutex;
-  std::vector<std::unique_ptr<Slot[]>> chunks;
-  uint32_t next_index = 1;
-  uint32_t free_head = 0, free_tail = 0, free_count = 0;
+  SlotPool pool{kIndexMask, kFreeSlotsKept};
+  std::vector<std::unique_ptr<Slot[]>>
+      chunks;  // changed by who makes a fresh slot, which the pool lets one do
 };
 
 Table& TheTable() {
@@ -49,42 +54,14 @@ Table& TheTable() {
   return *table;
 }
 
-Slot* SlotAt(uint32_t index) noexcept {
-  return chunk_directory[index >> kChunkBits].load(std::memory_order_relaxed) + (index & (kChunkSlots - 1));
-}
-
-// An empty slot's index, or 0. The caller holds the mutex.
-uint32_t TakeSlot(Table& table) {
-  const bool fresh_left = table.next_index <= kIndexMask;
-  if (table.free_head != 0 && (table.free_count > kFreeSlotsKept || !fresh_left)) {
-    const uint32_t index = table.free_head;
-    table.free_head = SlotAt(index)->next_free;
-    if (table.free_head == 0) table.free_tail = 0;
-    --table.free_count;
-    return index;
-  }
-  if (!fresh_left) return 0;
-  std::atomic<Slot*>& chunk = chunk_directory[table.next_index >> kChunkBits];
+void MakeFresh(uint32_t index) {
+  std::atomic<Slot*>& chunk = chunk_directory[index >> kChunkBits];
   if (chunk.load(std::memory_order_relaxed) == nullptr) {
-    table.chunks.push_back(std::make_unique<Slot[]>(kChunkSlots));
-    chunk.store(table.chunks.back().get(), std::memory_order_release);
+    std::vector<std::unique_ptr<Slot[]>>& chunks = TheTable().chunks;
+    chunks.push_back(std::make_unique<Slot[]>(kChunkSlots));
+    chunk.store(chunks.back().get(), std::memory_order_release);
   }
-  const uint32_t index = table.next_index++;
   SlotAt(index)->next_handle = kFirstHandle | index;
-  return index;
-}
-
-void GiveSlot(Table& table, uint32_t index) noexcept {
-  Slot* slot = SlotAt(index);
-  slot->next_handle =
-      (slot->next_handle & ~kGenerationMask) | ((slot->next_handle + kGenerationUnit) & kGenerationMask);
-  slot->next_free = 0;
-  if (table.free_tail == 0)
-    table.free_head = index;
-  else
-    SlotAt(table.free_tail)->next_free = index;
-  table.free_tail = index;
-  ++table.free_count;
 }
 
 // Bytes of no length have an address too.
@@ -103,19 +80,23 @@ struct BlockKind {
 
 // Takes a slot for bytes and publishes it; the handle, or 0 when there is no slot.
 MemHandle Publish(std::byte* bytes, uint32_t byte_count, BlockKind kind) {
-  Table& table = TheTable();
-  std::lock_guard lock(table.mutex);
-  const uint32_t index = TakeSlot(table);
-  if (index == 0) return 0;
-  Slot* slot = SlotAt(index);
-  const MemHandle handle = slot->next_handle;
-  slot->address.store(bytes, std::memory_order_relaxed);
-  slot->byte_count.store(byte_count, std::memory_order_relaxed);
-  slot->lock_count.store(0, std::memory_order_relaxed);
-  slot->code.store(kind.code, std::memory_order_relaxed);
-  slot->type.store(kind.type, std::memory_order_relaxed);
-  slot->handle.store(handle, std::memory_order_release);
-  return handle;
+  SlotPool& pool = TheTable().pool;
+  do {
+    SlotPool::Shard& shard = pool.Mine();
+    const std::lock_guard lock(shard.lock);
+    const uint32_t index = pool.Take(shard, kNextFree, MakeFresh);
+    if (index == 0) continue;
+    Slot* slot = SlotAt(index);
+    const MemHandle handle = slot->next_handle;
+    slot->address.store(bytes, std::memory_order_relaxed);
+    slot->byte_count.store(byte_count, std::memory_order_relaxed);
+    slot->lock_count.store(0, std::memory_order_relaxed);
+    slot->code.store(kind.code, std::memory_order_relaxed);
+    slot->type.store(kind.type, std::memory_order_relaxed);
+    slot->handle.store(handle, std::memory_order_release);
+    return handle;
+  } while (pool.Rescue(kNextFree));
+  return 0;
 }
 
 EngStatus AllocateKind(BlockKind kind, uint32_t byte_count, MemHandle* handle) noexcept {
@@ -151,18 +132,23 @@ EngStatus Free(MemHandle handle) noexcept {
   uint32_t byte_count = 0;
   const MemoryType* type = nullptr;
   {
-    Table& table = TheTable();
-    std::lock_guard lock(table.mutex);
     Slot* slot = FindSlot(handle);
     if (slot == nullptr) return status::kBadHandle;
-    // From here no other Free of this handle gets past the test.
-    slot->handle.store(0, std::memory_order_release);
-    bytes = slot->address.exchange(nullptr, std::memory_order_relaxed);
+    SlotPool& pool = TheTable().pool;
+    SlotPool::Shard& shard = pool.Mine();
+    const std::lock_guard lock(shard.lock);
+    MemHandle expected = handle;  // threads may come here together from different shards: one of them frees
+    if (!slot->handle.compare_exchange_strong(expected, 0, std::memory_order_acq_rel))
+      return status::kBadHandle;
+    bytes = slot->address.load(std::memory_order_relaxed);
+    slot->address.store(nullptr, std::memory_order_relaxed);
     byte_count = slot->byte_count.load(std::memory_order_relaxed);
-    type = slot->type.exchange(nullptr, std::memory_order_relaxed);
-    GiveSlot(table, handle & kIndexMask);
+    type = slot->type.load(std::memory_order_relaxed);
+    slot->type.store(nullptr, std::memory_order_relaxed);
+    slot->next_handle = (handle & ~kGenerationMask) | ((handle + kGenerationUnit) & kGenerationMask);
+    pool.Give(shard, handle & kIndexMask, kNextFree);
   }
-  // Outside the mutex: a hook may free blocks of its own.
+  // Outside the lock: a hook may free blocks of its own.
   if (type != nullptr && type->destroy != nullptr) type->destroy(bytes, byte_count);
 #ifndef NDEBUG
   Poison(bytes, kFreedPattern, byte_count);
@@ -207,9 +193,8 @@ const MemoryType* TypeOf(MemHandle handle) noexcept {
 }
 
 void ForEach(LeakVisitor visit, void* context) noexcept {
-  Table& table = TheTable();
-  std::lock_guard lock(table.mutex);
-  for (uint32_t index = 1; index < table.next_index; ++index) {
+  const SlotPool::AllShards all(TheTable().pool);
+  for (uint32_t index = 1; index < all.NextIndex(); ++index) {
     const Slot& slot = *SlotAt(index);
     const MemHandle handle = slot.handle.load(std::memory_order_relaxed);
     if (handle != 0) visit(context, handle, slot.code, slot.byte_count, slot.lock_count);

@@ -1,6 +1,7 @@
 // A lock for sections of a few instructions that every call of several threads runs through: waiting for it
 // costs less than being put to sleep and woken, which is what a mutex does when two readers meet in it. (1)
-// Nothing waits, calls back or does I/O while holding one, but for diagnosis.  (2) Not recursive.
+// Nothing waits, calls back or does I/O while holding one, but for diagnosis.  (2) Not recursive.  (3) Who has
+// one keeps it off the cache lines that other threads write.
 #ifndef BRYND_BASE_SPIN_LOCK_H
 #define BRYND_BASE_SPIN_LOCK_H
 
@@ -12,7 +13,7 @@ namespace brynd {
 
 class SpinLock {
  public:
-  SpinLock() = default;
+  constexpr SpinLock() = default;
   SpinLock(const SpinLock&) = delete;
   SpinLock& operator=(const SpinLock&) = delete;
 
@@ -28,7 +29,7 @@ class SpinLock {
 
  private:
   static constexpr unsigned kTriesBeforeYield = 1024;
-  alignas(64) std::atomic<bool> taken_{false};
+  std::atomic<bool> taken_{false};
 };
 
 }  // namespace brynd
