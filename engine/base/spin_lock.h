@@ -1,7 +1,7 @@
 // A lock for sections of a few instructions that every call of several threads runs through: waiting for it
-// costs less than being put to sleep and woken, which is what a mutex does when two readers meet in it. (1)
-// Nothing waits, calls back or does I/O while holding one, but for diagnosis.  (2) Not recursive.  (3) Who has
-// one keeps it off the cache lines that other threads write.
+// costs less than being put to sleep and woken, which is what a mutex does when two readers meet in it.
+// (1) Nothing waits, calls back or does I/O while holding one, but for diagnosis.  (2) Not recursive.
+// (3) Who has one keeps it off the cache lines that other threads write.
 #ifndef BRYND_BASE_SPIN_LOCK_H
 #define BRYND_BASE_SPIN_LOCK_H
 

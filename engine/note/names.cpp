@@ -34,11 +34,44 @@ NameDictionary::NameDictionary()
     : identity_(next_identity.fetch_add(1, std::memory_order_relaxed)),
       chunks_(std::make_unique<std::atomic<NameEntry*>[]>(kNameTokensMax / kChunkEntries)),
       stored_(std::make_unique<std::atomic<std::atomic<NameToken>*>[]>(0x10000 / kChunkEntries)) {
+  for (std::atomic<NameToken>& slot : exact_) slot.store(kNoName, std::memory_order_relaxed);
   all_slots_.push_back(std::make_unique<Slots>(kFirstSlots));
   slots_.store(all_slots_.back().get(), std::memory_order_release);
 }
 
 NameDictionary::~NameDictionary() = default;
+
+NameDictionary::NameWords NameDictionary::WordsOf(std::string_view spelling) noexcept {
+  const char* at = spelling.data();
+  const size_t bytes = spelling.size();
+  if (bytes < 8) return {LoadTail(at, bytes), 0, 0};
+  return {LoadU64(at), bytes > 16 ? LoadU64(at + 8) : 0, LoadU64(at + bytes - 8)};
+}
+
+// The slot of a short spelling in the exact table.
+static uint32_t ExactSlot(uint64_t first, uint64_t last, size_t bytes) noexcept {
+  const uint64_t mixed = (first ^ (last << 1 | last >> 63) ^ bytes) * 0x9e3779b97f4a7c15u;
+  return static_cast<uint32_t>(mixed >> 55);
+}
+
+// The token of this very spelling when it was met lately. Folds nothing: names are nearly always written as
+// they were before.
+NameToken NameDictionary::FindExact(std::string_view spelling) const noexcept {
+  static_assert(kExactSlots == 1u << (64 - 55));
+  if (spelling.size() > kWordsBytesMax) return kNoName;
+  const NameWords words = WordsOf(spelling);
+  const NameToken token =
+      exact_[ExactSlot(words.first, words.last, spelling.size())].load(std::memory_order_acquire);
+  if (token == kNoName) return kNoName;
+  const NameEntry& entry = Entry(token);
+  return entry.words == words && entry.bytes == spelling.size() ? token : kNoName;
+}
+
+void NameDictionary::KeepExact(std::string_view spelling, NameToken token) const noexcept {
+  if (spelling.size() > kWordsBytesMax) return;
+  const NameWords words = WordsOf(spelling);
+  exact_[ExactSlot(words.first, words.last, spelling.size())].store(token, std::memory_order_release);
+}
 
 NameToken NameDictionary::LookupHashed(std::string_view name, uint64_t hash) const noexcept {
   const Slots* slots = slots_.load(std::memory_order_acquire);
@@ -52,15 +85,21 @@ NameToken NameDictionary::LookupHashed(std::string_view name, uint64_t hash) con
 }
 
 NameToken NameDictionary::Lookup(std::string_view name) const noexcept {
-  return LookupHashed(name, HashFold(name));
+  if (const NameToken token = FindExact(name); token != kNoName) return Canonical(token);
+  const NameToken canonical = LookupHashed(name, HashFold(name));
+  if (canonical != kNoName && Spelling(canonical) == name) KeepExact(name, canonical);
+  return canonical;
 }
 
 NameToken NameDictionary::Intern(std::string_view spelling) {
   if (spelling.empty() || spelling.size() > kNameBytesMax) Fail(status::kBadItemName);
+  if (const NameToken token = FindExact(spelling); token != kNoName) return token;
   const NameToken canonical = Lookup(spelling);
   if (canonical != kNoName && Spelling(canonical) == spelling) return canonical;
   std::lock_guard lock(mutex_);
-  return InternLocked(spelling);
+  const NameToken token = InternLocked(spelling);
+  KeepExact(spelling, token);
+  return token;
 }
 
 NameToken NameDictionary::InternLocked(std::string_view spelling) {
@@ -80,6 +119,7 @@ NameToken NameDictionary::InternLocked(std::string_view spelling) {
   NameEntry& entry = Entry(token);
   entry.text = KeepText(spelling);
   entry.bytes = static_cast<uint8_t>(spelling.size());
+  if (spelling.size() <= kWordsBytesMax) entry.words = WordsOf(spelling);
   entry.folded_hash = static_cast<uint32_t>(hash);
   entry.canonical = canonical == kNoName ? token : canonical;
   if (canonical == kNoName)

@@ -7,8 +7,11 @@
 // (2) Stored ids are dense from 0, in the order of the store's records; what it took back is forgotten.
 // (3) Names compare as base/text.h folds them.
 // (4) Lookups take no lock and do not allocate, also while another thread adds names.
+// (5) The exact table is a hint alone: a slot holds some token, and the entry says whether it is the one
+//     wanted.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -75,7 +78,17 @@ class NameDictionary {
   uint64_t Edition() const noexcept { return edition_.load(std::memory_order_acquire); }
 
  private:
-  struct NameEntry {
+  // A short spelling as words: with its length they tell it from every other. No words for longer ones.
+  struct NameWords {
+    uint64_t first = 0, middle = 0, last = 0;
+    friend bool operator==(const NameWords&, const NameWords&) = default;
+  };
+  static constexpr size_t kWordsBytesMax = 3 * sizeof(uint64_t);
+  static NameWords WordsOf(std::string_view spelling) noexcept;
+
+  // A cache line.
+  struct alignas(64) NameEntry {
+    NameWords words;
     uint32_t folded_hash = 0;
     NameToken canonical = kNoName;
     NameToken next_spelling = kNoName;  // chain of the spellings of one name, from the canonical entry
@@ -86,6 +99,7 @@ class NameDictionary {
     std::atomic<uint32_t> stored_spellings{0};    // canonical entries: how many spellings are stored
   };
   static constexpr uint32_t kChunkEntries = 256;
+  static constexpr uint32_t kExactSlots = 512;
   struct Slots;  // one open-addressing table of canonical tokens
 
   const NameEntry& Entry(NameToken token) const noexcept {
@@ -94,6 +108,8 @@ class NameDictionary {
   NameEntry& Entry(NameToken token) noexcept {
     return chunks_[token / kChunkEntries].load(std::memory_order_acquire)[token % kChunkEntries];
   }
+  NameToken FindExact(std::string_view spelling) const noexcept;
+  void KeepExact(std::string_view spelling, NameToken token) const noexcept;
   NameToken LookupHashed(std::string_view name, uint64_t hash) const noexcept;
   NameToken InternLocked(std::string_view spelling);
   const char* KeepText(std::string_view text);
@@ -105,6 +121,8 @@ class NameDictionary {
   std::atomic<uint32_t> stored_count_{0};
   std::atomic<uint64_t> edition_{1};
   uint64_t identity_ = 0;
+  // Tokens of short spellings met lately, by their words; kNoName is an empty slot.
+  mutable std::array<std::atomic<NameToken>, kExactSlots> exact_;
   std::unique_ptr<std::atomic<NameEntry*>[]> chunks_;
   std::unique_ptr<std::atomic<std::atomic<NameToken>*>[]> stored_;
   // What the lock-free readers may still look at lives as long as the dictionary.

@@ -52,6 +52,33 @@ TEST(NameDictionaryTest, Intern_LengthLimits) {
   EXPECT_EQ(status::kBadItemName, StatusOf([&] { names.Intern(std::string(256, 'x')); }));
 }
 
+// Names of each length that differ in one place only, met in turn: none is taken for another.
+TEST(NameDictionaryTest, Lookup_NamesThatDifferInOneByte_AreToldApart) {
+  NameDictionary names;
+  for (size_t bytes = 1; bytes <= 34; ++bytes) {
+    std::vector<std::string> spellings{std::string(bytes, 'a')};
+    for (size_t place = 0; place < bytes; ++place) {
+      for (const char other : {'b', '\0', '\xff'}) {
+        spellings.emplace_back(bytes, 'a');
+        spellings.back()[place] = other;
+      }
+      spellings.emplace_back(bytes, 'a');
+      spellings.back()[place] = 'A';  // the same name in another spelling
+    }
+    std::vector<NameToken> tokens;
+    for (const std::string& spelling : spellings) tokens.push_back(names.Intern(spelling));
+    for (int round = 0; round < 2; ++round) {
+      for (size_t i = 0; i < spellings.size(); ++i) {
+        ASSERT_EQ(tokens[i], names.Intern(spellings[i])) << bytes << " bytes, spelling " << i;
+        ASSERT_EQ(spellings[i], names.Spelling(tokens[i]));
+        const bool same = spellings[i].find('A') != std::string::npos;
+        ASSERT_EQ(same ? tokens[0] : tokens[i], names.Lookup(spellings[i]))
+            << bytes << " bytes, spelling " << i;
+      }
+    }
+  }
+}
+
 TEST(NameDictionaryTest, Intern_AgainstAModel_EveryNameStays) {
   TestRandom random(SeedOfRun());
   NameDictionary names;
