@@ -32,7 +32,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint32_t kTransactionRecords = 10000;  // of the rival's large transactions
-constexpr uint32_t kDurableRecords = 2000;
+constexpr uint32_t kDurableRecords = 2000, kDurableTurn = 50;
 constexpr uint32_t kRandomReads = 200000;
 
 struct Package {
@@ -274,15 +274,23 @@ void Durable(const std::vector<Package>& packages, const fs::path& folder) {
   std::mt19937_64 random(2);
   const size_t count = std::min<size_t>(kDurableRecords, packages.size());
   Rival rival(folder / "durable.db", "FULL");
-  const double theirs = Timed([&] {
-    for (size_t i = 0; i < count; ++i) rival.Insert(packages[i], &random);
-  });
   const uint32_t database = Create(folder / "durable.QDB");
-  const double ours = Timed([&] {
-    for (size_t i = 0; i < count; ++i) Store(database, packages[i], KVDOCWRITE_COMMIT);
-  });
+  // By turns: what else the machine's disk has to do meets both alike.
+  double ours = 0, theirs = 0, ours_cpu = 0, theirs_cpu = 0;
+  for (size_t start = 0; start < count; start += kDurableTurn) {
+    const size_t end = std::min(start + kDurableTurn, count);
+    theirs += Timed([&] {
+      for (size_t i = start; i < end; ++i) rival.Insert(packages[i], &random);
+    });
+    theirs_cpu += last_cpu_seconds;
+    ours += Timed([&] {
+      for (size_t i = start; i < end; ++i) Store(database, packages[i], KVDOCWRITE_COMMIT);
+    });
+    ours_cpu += last_cpu_seconds;
+  }
   const double n = static_cast<double>(count);
   Row("durable commit of one document", ours / n, theirs / n, ">= 1");
+  Row("the same, processor time alone", ours_cpu / n, theirs_cpu / n, "");
   const double four = Timed([&] {
     std::vector<std::thread> threads;
     for (size_t t = 0; t < 4; ++t)

@@ -275,9 +275,12 @@ TEST_F(StoreDurabilityTest, Flush_BatchCannotBeWritten_ToldAndNoLaterWriteFollow
   auto database = Create(path_, {.open = options});
   Put(*database, 1, "kept", Durability::kDurable);
   Put(*database, 2, "lost", Durability::kLazy);
-  vfs_shim::SetFault(
-      {.operations = vfs_shim::Bit(vfs_shim::Operation::kWrite), .nth = 1, .result = SQLITE_FULL});
+  vfs_shim::SetFault({.operations = vfs_shim::Bit(vfs_shim::Operation::kWrite),
+                      .nth = 1,
+                      .for_good = true,
+                      .result = SQLITE_FULL});
   EXPECT_EQ(StatusOf([&] { database->Flush(); }), status::kDiskFull);
+  vfs_shim::SetFault({});
   EXPECT_EQ(StatusOf([&] { Put(*database, 3, "x", Durability::kLazy); }), status::kWriteStopped);
   EXPECT_EQ(Note(*database, 1), "kept");
   EXPECT_EQ(Note(*database, 2), "(none)");
@@ -291,9 +294,12 @@ TEST_F(StoreDurabilityTest, CommitDurable_DiskFull_WriteHasNotHappenedAndNextOne
   const OpenOptions options{.vfs = vfs_shim::Name()};
   auto database = Create(path_, {.open = options});
   Put(*database, 1, "kept", Durability::kDurable);
-  vfs_shim::SetFault(
-      {.operations = vfs_shim::Bit(vfs_shim::Operation::kWrite), .nth = 1, .result = SQLITE_FULL});
+  vfs_shim::SetFault({.operations = vfs_shim::Bit(vfs_shim::Operation::kWrite),
+                      .nth = 1,
+                      .for_good = true,
+                      .result = SQLITE_FULL});
   EXPECT_EQ(StatusOf([&] { Put(*database, 1, "lost", Durability::kDurable); }), status::kDiskFull);
+  vfs_shim::SetFault({});
   EXPECT_EQ(Note(*database, 1), "kept");
   Put(*database, 1, "later", Durability::kDurable);
   EXPECT_EQ(Note(*database, 1), "later");
@@ -312,6 +318,32 @@ TEST_F(StoreDurabilityTest, Log_IdleViewsOfOtherHandles_DoNotMakeItGrow) {
   std::printf("log of %.1f MB after writing %.0f MB\n", static_cast<double>(writer->Sizes().log_bytes) / 1e6,
               60 * 40 * 0.03);
   EXPECT_LT(writer->Sizes().log_bytes, 40u << 20);
+}
+
+// The log is made longer than its frames before durable commits need the room, up to a bound.
+TEST_F(StoreDurabilityTest, CommitDurable_LogIsLongerThanItsFrames_SoThatFewSyncsBringANewLength) {
+  const auto database = Create(path_), second = Open(path_);
+  const std::string image(1000, 'x');
+  uint64_t log_bytes = 0;
+  int growths = 0;
+  for (NoteId note_id = 1; note_id <= 1500; ++note_id) {
+    Put(note_id % 2 == 0 ? *database : *second, note_id, image, Durability::kDurable);
+    const uint64_t now = database->Sizes().log_bytes;
+    EXPECT_GE(now, log_bytes);
+    growths += now != log_bytes;
+    log_bytes = now;
+  }
+  EXPECT_LE(growths, 20);
+  EXPECT_LE(log_bytes, 9u << 20);
+  EXPECT_EQ(1500u, second->CountNotes());
+}
+
+TEST_F(StoreDurabilityTest, CommitDurable_LogCannotBeMadeLonger_CommitsAllTheSame) {
+  const auto database = Create(path_, {.open = {.vfs = vfs_shim::Name()}});
+  vfs_shim::SetFault({.operations = vfs_shim::Bit(vfs_shim::Operation::kWrite), .nth = 1});
+  Put(*database, 1, "kept", Durability::kDurable);
+  EXPECT_EQ(1u, vfs_shim::FaultsHit());
+  EXPECT_EQ(Note(*database, 1), "kept");
 }
 
 }  // namespace store_test

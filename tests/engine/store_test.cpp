@@ -2,6 +2,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <random>
 #include <set>
 #include <thread>
 #include <vector>
@@ -599,6 +600,56 @@ TEST_F(StoreTest, RandomWalk_ThreeHandles_AlwaysEqualsTheModel) {
   Walk walk(path_, SeedOfRun());
   for (int step = 0; step < 600 && !HasFatalFailure(); ++step) walk.Step();
   walk.Compare();
+}
+
+// What a handle has read stays in memory, within its share of the process's: afterwards no read of the file
+// is needed.
+TEST_F(StoreTest, Reading_MoreThanTheFirstCacheHolds_CacheGrowsAndKeepsItAll) {
+  const auto database = Create(path_, {.open = {.vfs = vfs_shim::Name()}});
+  const std::string text(4000, 'x');
+  constexpr NoteId kNotes = 4000;  // 16 MB, the cache begins with 4
+  for (NoteId note_id = 1; note_id <= kNotes; ++note_id) Put(*database, note_id, text, Durability::kLazy);
+  database->Flush();
+  std::vector<NoteId> order(kNotes);
+  for (NoteId note_id = 1; note_id <= kNotes; ++note_id) order[note_id - 1] = note_id;
+  std::shuffle(order.begin(), order.end(), std::mt19937_64(7));
+
+  const auto reads_of_file = [&](const auto& work) {
+    vfs_shim::SetFault({.operations = vfs_shim::Bit(vfs_shim::Operation::kRead), .nth = 1});
+    const EngStatus code = StatusOf(work);
+    const uint64_t hits = vfs_shim::FaultsHit();
+    vfs_shim::SetFault({});
+    return hits + code;
+  };
+  const auto scan = [&] {
+    NoteId count = 0;
+    database->ScanNotes(0, [&](NoteId, Bytes image) {
+      count += image.size() == text.size();
+      return true;
+    });
+    EXPECT_EQ(kNotes, count);
+  };
+  const auto read_all = [&] {
+    for (const NoteId note_id : order) ASSERT_EQ(text.size(), Note(*database, note_id).size());
+  };
+  EXPECT_NE(0u, reads_of_file([&] { Note(*database, 1); })) << "what a load wrote first is in memory no more";
+  read_all();
+  EXPECT_EQ(0u, reads_of_file(read_all));
+
+  const auto second = Open(path_, {.vfs = vfs_shim::Name()});
+  NoteId seen = 0;
+  for (int pass = 0; pass < 2; ++pass) {
+    const auto count = [&] {
+      seen = 0;
+      second->ScanNotes(0, [&](NoteId, Bytes) { return ++seen, true; });
+    };
+    if (pass == 0)
+      count();
+    else
+      EXPECT_EQ(0u, reads_of_file(count)) << "a scan makes the cache grow as well";
+    EXPECT_EQ(kNotes, seen);
+  }
+  scan();
 }
 
 }  // namespace store_test

@@ -1,6 +1,7 @@
 #include "store/sqlite/connection.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
 #include <mutex>
 #include <thread>
@@ -179,8 +180,13 @@ void Connection::Harden(const ConnectionOptions& options) {
   sqlite3_limit(Get(), SQLITE_LIMIT_ATTACHED, options.may_attach ? 1 : 0);
   sqlite3_busy_handler(Get(), WaitForOthers, this);
   Execute(kPragmas);
-  const auto kibibytes = static_cast<long long>(std::max<size_t>(options.cache_bytes / 1024, 64));
-  Execute(("PRAGMA cache_size=-" + std::to_string(kibibytes)).c_str());
+  if (const int result = SetCache(options.cache_bytes)) FailWith(result);
+}
+
+int Connection::SetCache(size_t cache_bytes) noexcept {
+  char text[48];
+  std::snprintf(text, sizeof text, "PRAGMA cache_size=-%zu", std::max<size_t>(cache_bytes / 1024, 64));
+  return Run(text);
 }
 
 // Other processes are waited for by asking again, soon at first, then every half millisecond.

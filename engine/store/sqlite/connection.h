@@ -57,6 +57,8 @@ class Connection {
   int64_t Number(const char* query);  // first column of the first row; 0 without rows
   std::string Text(const char* query);
 
+  int SetCache(size_t cache_bytes) noexcept;  // how much of the file is kept in memory at most
+
   // Waits for other processes end at this moment, whatever the time-out; zero takes the limit away.
   void LimitWaits(std::chrono::steady_clock::time_point moment) noexcept { wait_limit_ = moment; }
 

@@ -33,6 +33,7 @@ namespace brynd::store {
 inline constexpr uint32_t kBatchMilliseconds = 12;
 inline constexpr uint32_t kBatchWritesMax = 16384;
 inline constexpr uint64_t kBatchBytesMax = 8u << 20;
+inline constexpr uint32_t kReadsPerLook = 64;  // how often reads look whether the cache is too small
 
 class Handle final : public Database, private WriteTarget, private FileUser, private BackgroundClient {
  public:
@@ -123,6 +124,10 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   static int OnCommit(void* self, sqlite3*, const char*, int log_frames) noexcept;
   static void ShowNote(sqlite3_context* context, int, sqlite3_value** values) noexcept;
 
+  void CountRead() noexcept {
+    if (++reads_unlooked_ == kReadsPerLook) LookAtCache();
+  }
+  void LookAtCache() noexcept;
   void BeginView();
   void EndView() noexcept;
   uint64_t LastSequence();
@@ -140,7 +145,7 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   void StoreNote(NoteId note_id, Bytes image, ChangeKind kind);
   void ApplyPending();
   void AddJournalRow();
-  void EndBatch();
+  void EndBatch(Durability durability = Durability::kLazy);  // durable: a sync of the log follows at once
   void ForgetBatch(EngStatus reason) noexcept;
   void Vacuum();
 
@@ -156,6 +161,10 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   std::shared_ptr<SharedFile> file_;
   State state_ = State::kNone;
   uint32_t readings_ = 0, holds_ = 0;
+
+  size_t cache_bytes_ = 0;  // while the cache may still grow
+  size_t cache_misses_seen_ = 0;
+  uint32_t reads_unlooked_ = 0;
 
   ChangeCounter counter_;
   ChangeCounter::Value seen_;

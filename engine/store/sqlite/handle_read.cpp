@@ -24,6 +24,7 @@ class Handle::Reading {
     if (handle.state_ == State::kNone) handle.BeginView();
     handle.view_touched_ = true;
     ++handle.readings_;
+    handle.CountRead();
   }
   Reading(const Reading&) = delete;
   Reading& operator=(const Reading&) = delete;
@@ -65,6 +66,7 @@ void Handle::ShowNote(sqlite3_context* context, int, sqlite3_value** values) noe
     go_on = scan.visitor(note_id, BytesAt(address, byte_count));
   });
   handle.EndBatchIfAsked();
+  handle.CountRead();
   sqlite3_result_int(context, go_on ? 0 : 1);
 }
 

@@ -95,12 +95,14 @@ void Handle::AddJournalRow() {
   lease.Bind(1, static_cast<int64_t>(sequence - kJournalRowsKept)).Step();
 }
 
-void Handle::EndBatch() {
+void Handle::EndBatch(Durability durability) {
   const bool changed = batch_.edits != 0;
   EngStatus code = AtBoundary([&] {
     if (changed && file_->Stopped()) Fail(status::kWriteStopped);
     if (changed) AddJournalRow();
   });
+  if (code == status::kOk && changed && durability == Durability::kDurable)
+    file_->ReserveLog(*connection_, counter_.Frames());
   if (code == status::kOk) {
     const int result = RunOnce(*statements_, changed ? Query::kCommit : Query::kRollback);
     if (IsSyncFailure(result)) file_->Stop();
@@ -346,7 +348,7 @@ void Handle::Flush() {
   if (current_.open) Fail(status::kInternal);
   Check(lost_);
   if (read_only_) return;
-  if (state_ == State::kBatch) EndBatch();
+  if (state_ == State::kBatch) EndBatch(Durability::kDurable);
   file_->SyncTo(file_->LastTicket(), *connection_, options_.skip_sync);
 }
 

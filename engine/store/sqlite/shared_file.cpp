@@ -18,6 +18,12 @@ namespace {
 // it cost a quarter more.
 constexpr uint32_t kCheckpointFrames = 640;
 
+// The log of a file that is committed to durably is kept longer than its frames by the first, in steps of up
+// to the second, until it is as long as it ever needs to be.
+constexpr uint64_t kReserveAtLeastBytes = 64 * 1024, kReserveBytes = 1024 * 1024;
+constexpr uint64_t kReservedLogBytesMax = 8u << 20;
+constexpr uint32_t kLogHeaderBytes = 32, kFrameHeaderBytes = 24;
+
 // Other processes ask for SQLite's writer lock every half millisecond. After holding it with hardly a gap for
 // the first time, this process stays away from it for the second, so that they get their turn.
 constexpr std::chrono::milliseconds kBusyStretch{60};
@@ -145,6 +151,35 @@ void SharedFile::SyncTo(uint64_t ticket, Connection& connection, bool skip) {
     else
       stopped_ = true;
     sync_ended_.notify_all();
+  }
+}
+
+// Zeros are what the log may hold behind its last frame: no frame begins with page number 0. Only who holds
+// SQLite's writer lock changes the log, and nothing shortens it below kReservedLogBytesMax while a connection
+// is open.
+void SharedFile::ReserveLog(Connection& writer, uint32_t log_frames) noexcept {
+  if (frame_bytes_ == 0) {
+    (void)AtBoundary(
+        [&] { frame_bytes_ = static_cast<uint32_t>(writer.Number("PRAGMA page_size")) + kFrameHeaderBytes; });
+    if (frame_bytes_ == 0) return;
+  }
+  const uint64_t used = kLogHeaderBytes + uint64_t{log_frames} * frame_bytes_;
+  if (log_bytes_ >= used + kReserveAtLeastBytes || log_bytes_ >= kReservedLogBytesMax) return;
+  sqlite3_file* log = writer.LogFile();
+  sqlite3_int64 log_bytes = 0;
+  if (log == nullptr || log->pMethods->xFileSize(log, &log_bytes) != SQLITE_OK) return;
+  log_bytes_ = static_cast<uint64_t>(log_bytes);
+  if (log_bytes_ >= used + kReserveAtLeastBytes || log_bytes_ >= kReservedLogBytesMax) return;
+  // The first commits of a file reserve little: most files that are written to are written to once. No single
+  // write is larger than SQLite's own: its file system cannot do any size.
+  static constexpr std::byte kZeros[kReserveAtLeastBytes] = {};
+  const uint64_t end = log_bytes_ + std::clamp<uint64_t>(log_bytes_, kReserveAtLeastBytes, kReserveBytes);
+  while (log_bytes_ < end) {
+    const uint64_t step = std::min(end - log_bytes_, kReserveAtLeastBytes);
+    if (log->pMethods->xWrite(log, kZeros, static_cast<int>(step), static_cast<int64_t>(log_bytes_)) !=
+        SQLITE_OK)
+      return;
+    log_bytes_ += step;
   }
 }
 

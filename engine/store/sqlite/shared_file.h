@@ -70,6 +70,11 @@ class SharedFile {
   bool Stopped() const noexcept { return stopped_.load(std::memory_order_relaxed); }
   void Stop() noexcept;  // data may not have reached the disk
 
+  // Makes the log longer than its frames, so that the commits to come overwrite it: a sync that has to bring
+  // a new length to disk as well takes twice the time. The caller is inside a transaction that writes.
+  // Failing to do it is no failure.
+  void ReserveLog(Connection& writer, uint32_t log_frames) noexcept;
+
   // Copies the log into the file when it has grown past its bound (or always, when forced). The caller has
   // the turn, and its connection no transaction. Failing to do it now is no failure; a failed sync stops the
   // file.
@@ -104,6 +109,9 @@ class SharedFile {
 
   std::unique_ptr<Connection> checkpointer_;  // used by who has the turn
   uint32_t frames_seen_ = 0, next_checkpoint_ = 0;
+  // Used by who has the turn. The log never becomes shorter than this while the file is open.
+  uint64_t log_bytes_ = 0;
+  uint32_t frame_bytes_ = 0;
 };
 
 }  // namespace brynd::store
