@@ -211,7 +211,7 @@ TEST_F(StoreHostileTest, Open_CodeOrTablesAdded_DamagedAndNeverRun) {
 }
 
 TEST_F(StoreHostileTest, Open_OtherMarks_StatusTellsWhy) {
-  Alter("PRAGMA user_version=2");
+  Alter("PRAGMA user_version=3");
   EXPECT_EQ(StatusOf([&] { Open(path_); }), status::kNewerFormat);
   Alter("PRAGMA user_version=0");
   EXPECT_EQ(StatusOf([&] { Open(path_); }), status::kNotDatabase);
@@ -229,17 +229,23 @@ TEST_F(StoreHostileTest, Read_RowsOfWrongKinds_Damaged) {
   const auto changes = [](Database& database) { database.ChangesSince(0, [](const store::NoteChange&) {}); };
   expect_damaged("UPDATE note SET image='text' WHERE id=5", scan);
   expect_damaged("UPDATE note SET image='text' WHERE id=5", [](Database& database) { Note(database, 5); });
-  expect_damaged("INSERT INTO note VALUES(-1,x'00')", scan);
-  expect_damaged("INSERT INTO note VALUES(0x40000000,x'00')", scan);
-  expect_damaged("INSERT INTO note VALUES(0x7fffffffffffffff,x'00')",
+  expect_damaged("INSERT INTO note VALUES(-1,NULL,x'00')", scan);
+  expect_damaged("INSERT INTO note VALUES(0x40000000,NULL,x'00')", scan);
+  expect_damaged("INSERT INTO note VALUES(0x7fffffffffffffff,NULL,x'00')",
                  [](Database& database) { database.LastNoteId(); });
-  expect_damaged("INSERT INTO note VALUES(0x40000000,x'00')",
+  expect_damaged("INSERT INTO note VALUES(0x40000000,NULL,x'00')",
                  [](Database& database) { database.BeginWrite().NewNoteId(); });
   expect_damaged("INSERT INTO record VALUES(1,x'00',7)", scan);
   expect_damaged("UPDATE unid SET id=0", [](Database& database) { database.FindUnid(UnidOf(7)); });
   expect_damaged("UPDATE unid SET id=1073741824", [](Database& database) { database.FindUnid(UnidOf(7)); });
   expect_damaged("DELETE FROM journal", [](Database& database) { database.Stamp(); });
-  expect_damaged("INSERT INTO journal VALUES(100,x'')", changes);
+  for (const char* made : {"'text'", "-5", "1", "1.5", "0x7fffffffffffffff"}) {
+    const std::string text =
+        std::string("UPDATE note SET made=") + made + " WHERE id=(SELECT max(id) FROM note)";
+    expect_damaged(text.c_str(), [](Database& database) { database.Stamp(); });
+  }
+  expect_damaged("UPDATE note SET made=500", changes);  // they rise with the ids
+  expect_damaged("INSERT INTO journal VALUES(0x7fffffffffffffff,x'')", changes);
   expect_damaged("UPDATE journal SET sequence=-5 WHERE sequence=(SELECT min(sequence) FROM journal)",
                  changes);
   expect_damaged("UPDATE journal SET changes=x'80'", changes);

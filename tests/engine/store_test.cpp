@@ -26,7 +26,7 @@ TEST_F(StoreTest, Create_NewFile_EmptyDatabaseOfOurs) {
   const store::FileInfo info = store::Inspect(path_);
   EXPECT_TRUE(info.is_database);
   EXPECT_EQ(info.file_class, 0xff0f);
-  EXPECT_EQ(info.format, 1);
+  EXPECT_EQ(info.format, 2);
   EXPECT_EQ(info.file_bytes, std::filesystem::file_size(path_));
 }
 
@@ -373,6 +373,115 @@ TEST_F(StoreTest, ChangesSince_TransactionsOfSeveralHandles_InOrderWithoutGaps) 
   };
   EXPECT_EQ(seen, expected);
   EXPECT_FALSE(first->ChangesSince(start + 100, [](const store::NoteChange&) { FAIL(); }));
+}
+
+// A transaction that only appends a note has no row in the journal: its note tells it. Against a model, with
+// every kind of transaction between them.
+TEST_F(StoreTest, ChangesSince_NotesThatTellTheirTransactions_AsAModelRemembers) {
+  using Seen = std::vector<std::tuple<uint64_t, NoteId, ChangeKind>>;
+  std::mt19937_64 random(SeedOfRun());
+  std::vector<std::unique_ptr<Database>> handles;
+  handles.push_back(Create(path_));
+  handles.push_back(Open(path_));
+  const uint64_t start = handles[0]->Stamp().sequence;
+  Seen model;
+  uint64_t sequence = start;
+  NoteId newest = 0;
+  for (int step = 0; step < 300; ++step) {
+    Database& database = *handles[random() % 2];
+    Write write = database.BeginWrite();
+    ++sequence;
+    const auto put = [&](NoteId note_id, ChangeKind kind) {
+      write.PutNote(note_id, BytesOf("image"), kind);
+      model.emplace_back(sequence, note_id, kind);
+    };
+    const auto append = [&] { put(newest = write.NewNoteId(), ChangeKind::kStored); };
+    switch (newest < 3 ? 0 : random() % 8) {
+      case 0:
+      case 1:
+      case 2:
+        append();
+        break;
+      case 3:
+        append();
+        append();
+        break;
+      case 4:
+        put(static_cast<NoteId>(1 + random() % newest), ChangeKind::kDeleted);
+        break;
+      case 5:
+        append();
+        write.PutRecord(1, BytesOf("k"), BytesOf("v"));
+        put(newest, ChangeKind::kStored);
+        break;
+      case 6:
+        write.PutRecord(1, BytesOf("k"), BytesOf("v"));
+        break;
+      case 7: {
+        append();
+        Write abandoned = std::move(write);  // what it did is undone, its number is free again
+        std::erase_if(model, [&](const auto& change) { return std::get<0>(change) == sequence; });
+        --sequence;
+        --newest;
+        continue;
+      }
+    }
+    write.Commit(Durability::kDurable);
+  }
+  handles.push_back(Open(path_));
+  for (const auto& database : handles) {
+    database->Refresh();
+    ASSERT_EQ(sequence, database->Stamp().sequence);
+    for (const uint64_t since : {start, start + 1, start + 100, sequence - 1, sequence}) {
+      Seen seen, expected;
+      ASSERT_TRUE(database->ChangesSince(since, [&](const store::NoteChange& change) {
+        seen.emplace_back(change.sequence, change.note_id, change.kind);
+      }));
+      for (const auto& change : model)
+        if (std::get<0>(change) > since) expected.push_back(change);
+      ASSERT_EQ(expected, seen) << since;
+    }
+  }
+}
+
+TEST_F(StoreTest, ChangesSince_ToldByANoteWhoseRowIsGone_OthersAreShown) {
+  const auto database = Create(path_);
+  const uint64_t start = database->Stamp().sequence;
+  for (int i = 0; i < 3; ++i) {
+    Write write = database->BeginWrite();
+    write.PutNote(write.NewNoteId(), BytesOf("image"));
+    write.Commit(Durability::kDurable);
+  }
+  Write write = database->BeginWrite();
+  write.DeleteRow(3);
+  write.DeleteRow(1);
+  write.Commit(Durability::kDurable);
+  EXPECT_EQ(start + 4, database->Stamp().sequence);
+  std::vector<std::pair<uint64_t, NoteId>> seen;
+  ASSERT_TRUE(database->ChangesSince(start, [&](const store::NoteChange& change) {
+    seen.emplace_back(change.sequence - start, change.note_id);
+  }));
+  EXPECT_EQ((std::vector<std::pair<uint64_t, NoteId>>{{2, 2}, {4, 3}, {4, 1}}), seen);
+}
+
+// The journal keeps a row at or before the oldest transaction it must reach back to, whatever stands in it.
+TEST_F(StoreTest, ChangesSince_JournalTrimmedBetweenNotesThatTell_ReachesBackAsFarAsPromised) {
+  Create(path_)->Close();
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(sqlite3_open(path_.c_str(), &raw), SQLITE_OK);
+  const std::string rows = "WITH RECURSIVE n(i) AS (VALUES(2) UNION ALL SELECT i+1 FROM n WHERE i<" +
+                           std::to_string(store::kJournalRowsKept + 999) +
+                           ") INSERT INTO note SELECT i-1,i,x'00' FROM n";
+  ASSERT_EQ(sqlite3_exec(raw, rows.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(raw);
+  const auto database = Open(path_);
+  const uint64_t last = database->Stamp().sequence;
+  ASSERT_EQ(store::kJournalRowsKept + 999, last);
+  Put(*database, 1, "changed", Durability::kDurable);
+  uint64_t count = 0;
+  ASSERT_TRUE(
+      database->ChangesSince(last + 1 - store::kJournalRowsKept, [&](const store::NoteChange&) { ++count; }));
+  EXPECT_EQ(store::kJournalRowsKept, count);
 }
 
 TEST_F(StoreTest, ChangesSince_JournalTrimmed_SaysThatItDoesNotReachBack) {

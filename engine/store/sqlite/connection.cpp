@@ -103,7 +103,11 @@ constexpr QueryRow kQueries[] = {
     {Query::kScanNotes, "SELECT 1 FROM note WHERE id>=?1 AND show_note(id,image)"},
     {Query::kLastNote, "SELECT max(id) FROM note"},
     {Query::kCountNotes, "SELECT count(*) FROM note"},
-    {Query::kPutNote, "REPLACE INTO note(id,image) VALUES(?1,?2)"},
+    {Query::kPutNote,
+     "INSERT INTO note(id,image) VALUES(?1,?2) ON CONFLICT(id) DO UPDATE SET image=excluded.image"},
+    {Query::kAppendNote, "INSERT INTO note(id,image) VALUES(?1,?2)"},
+    {Query::kAppendTelling, "INSERT INTO note(id,made,image) VALUES(?1,?3,?2)"},
+    {Query::kNewestNotes, "SELECT id,made FROM note ORDER BY id DESC"},
     {Query::kDeleteNote, "DELETE FROM note WHERE id=?1"},
     {Query::kFindUnid, "SELECT id FROM unid WHERE unid=?1"},
     {Query::kPutUnid, "REPLACE INTO unid(unid,id) VALUES(?1,?2)"},
@@ -120,9 +124,11 @@ constexpr QueryRow kQueries[] = {
     {Query::kRemoveRangeOpen, "DELETE FROM record WHERE space=?1 AND key>=?2"},
     {Query::kLastSequence, "SELECT max(sequence) FROM journal"},
     {Query::kFirstSequence, "SELECT min(sequence) FROM journal"},
+    {Query::kCountChanges, "SELECT count(*) FROM journal WHERE sequence>?1"},
     {Query::kChanges, "SELECT sequence,changes FROM journal WHERE sequence>?1 ORDER BY sequence"},
     {Query::kAddChanges, "INSERT INTO journal(sequence,changes) VALUES(?1,?2)"},
-    {Query::kTrimChanges, "DELETE FROM journal WHERE sequence<=?1"},
+    {Query::kTrimChanges,
+     "DELETE FROM journal WHERE sequence<(SELECT max(sequence) FROM journal WHERE sequence<=?1)"},
 };
 
 static_assert(std::size(kQueries) == static_cast<size_t>(Query::kCount), "one text for every query");

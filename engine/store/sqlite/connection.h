@@ -97,6 +97,9 @@ enum class Query : uint8_t {
   kLastNote,
   kCountNotes,
   kPutNote,
+  kAppendNote,
+  kAppendTelling,
+  kNewestNotes,
   kDeleteNote,
   kFindUnid,
   kPutUnid,
@@ -112,6 +115,7 @@ enum class Query : uint8_t {
   kRemoveRangeOpen,
   kLastSequence,
   kFirstSequence,
+  kCountChanges,
   kChanges,
   kAddChanges,
   kTrimChanges,
@@ -137,6 +141,7 @@ class Lease {
   bool IsNumber(int column) const noexcept {
     return sqlite3_column_type(statement_, column) == SQLITE_INTEGER;
   }
+  bool IsNull(int column) const noexcept { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
   Bytes Blob(int column) const;  // fails with kDamaged when the column holds anything else
   sqlite3_stmt* Get() const noexcept { return statement_; }
 

@@ -77,7 +77,9 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
     uint32_t lazy_writes = 0;  // finished writes that wait for the batch to end
     uint64_t edits = 0;        // statements that changed something
     uint64_t bytes = 0;
-    NoteId last_id = 0;  // highest id stored or given out
+    NoteId last_id = 0;    // highest id stored or given out
+    NoteId stored_id = 0;  // highest id stored, once last_id is known; may be too high after a taking back
+    bool told = false;     // the first change tells itself in its note's row
     bool last_id_known = false;
     bool end_arranged = false;  // the committer knows of it
   };
@@ -131,6 +133,10 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   void BeginView();
   void EndView() noexcept;
   uint64_t LastSequence();
+  uint64_t NewestTold();
+  std::vector<NoteChange> ToldSince(uint64_t sequence, uint64_t last);
+  void KeepSequence(uint64_t sequence, const ChangeCounter::Value& before) noexcept;
+  void TakeSequence() noexcept;
   bool ShowJournal(uint64_t sequence, Visitor<void(const NoteChange&)> visitor);
   static void ShowChanges(uint64_t sequence, Bytes packed, Visitor<void(const NoteChange&)> visitor);
   void EndBatchIfAsked() noexcept;
@@ -144,7 +150,7 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   uint64_t RunChange(Lease& lease);
   void StoreNote(NoteId note_id, Bytes image, ChangeKind kind);
   void ApplyPending();
-  void AddJournalRow();
+  void AddJournalRow(uint64_t sequence);
   void EndBatch(Durability durability = Durability::kLazy);  // durable: a sync of the log follows at once
   void ForgetBatch(EngStatus reason) noexcept;
   void Vacuum();
@@ -169,6 +175,9 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   ChangeCounter counter_;
   ChangeCounter::Value seen_;
   std::optional<uint64_t> sequence_;  // last committed transaction in the view or below the batch
+  uint64_t journal_last_ = 0;         // its last row's sequence when sequence_ was looked up or journalled
+  uint64_t own_sequence_ = 0;  // of this handle's last commit; 0 when another may have come right behind it
+  ChangeCounter::Value own_commit_;  // the counter as it stood then
   NoteScan* scan_ = nullptr;
   bool view_touched_ = false, view_watched_ = false;
 

@@ -1,5 +1,7 @@
 // Reading: notes, records, the journal.
+#include <algorithm>
 #include <limits>
+#include <vector>
 
 #include "base/boundary.h"
 #include "store/sqlite/handle.h"
@@ -7,6 +9,8 @@
 namespace brynd::store {
 
 namespace {
+
+constexpr int64_t kSequenceMax = int64_t{1} << 60;  // no file gets so far, and sums of two do not wrap
 
 NoteId CheckedNoteId(int64_t number) {
   if (number < 1 || number > int64_t{kNoteIdMax}) Fail(status::kDamaged);
@@ -125,10 +129,42 @@ uint64_t Handle::CountNotes() {
 uint64_t Handle::LastSequence() {
   if (!sequence_) {
     Lease lease(*statements_, Query::kLastSequence);
-    if (!lease.Step() || !lease.IsNumber(0) || lease.Number(0) < 1) Fail(status::kDamaged);
-    sequence_ = static_cast<uint64_t>(lease.Number(0));
+    if (!lease.Step() || !lease.IsNumber(0) || lease.Number(0) < 1 || lease.Number(0) > kSequenceMax)
+      Fail(status::kDamaged);
+    journal_last_ = static_cast<uint64_t>(lease.Number(0));
+    sequence_ = std::max(journal_last_, NewestTold());
   }
   return *sequence_;
+}
+
+// The transaction that a row of kNewestNotes tells; 0 for none.
+static uint64_t ToldBy(const Lease& row) {
+  if (row.IsNull(1)) return 0;
+  if (!row.IsNumber(1) || row.Number(1) < 2 || row.Number(1) > kSequenceMax) Fail(status::kDamaged);
+  return static_cast<uint64_t>(row.Number(1));
+}
+
+// The newest note tells the newest of all transactions that notes tell, unless a later one stands in the
+// journal.
+uint64_t Handle::NewestTold() {
+  Lease lease(*statements_, Query::kNewestNotes);
+  return lease.Step() ? ToldBy(lease) : 0;
+}
+
+// After a commit: whether no other came right behind it is seen from the count of all commits.
+void Handle::KeepSequence(uint64_t sequence, const ChangeCounter::Value& before) noexcept {
+  own_commit_ = counter_.Read();
+  const auto count = [](const ChangeCounter::Value& value) {
+    return static_cast<uint32_t>(value.transactions);
+  };
+  own_sequence_ = counter_.Attached() && count(own_commit_) == count(before) + 1 ? sequence : 0;
+}
+
+// At the beginning of a view or a transaction that writes: nothing was committed since this handle's last
+// commit.
+void Handle::TakeSequence() noexcept {
+  sequence_.reset();
+  if (own_sequence_ != 0 && !counter_.Moved(own_commit_)) sequence_ = own_sequence_;
 }
 
 bool Handle::ChangesSince(uint64_t sequence, Visitor<void(const NoteChange&)> visitor) {
@@ -140,20 +176,50 @@ bool Handle::ChangesSince(uint64_t sequence, Visitor<void(const NoteChange&)> vi
   return true;
 }
 
+// The transactions that notes tell, after `sequence` and up to `last`, newest first. Every transaction that
+// begins by appending a note has one that tells it, so the search ends soon behind those wanted.
+std::vector<NoteChange> Handle::ToldSince(uint64_t sequence, uint64_t last) {
+  std::vector<NoteChange> told;
+  Lease lease(*statements_, Query::kNewestNotes);
+  while (lease.Step()) {
+    const uint64_t made = ToldBy(lease);
+    if (made == 0 || made > last) continue;  // above the last: the batch's own
+    if (made <= sequence) break;
+    if (!told.empty() && made >= told.back().sequence) Fail(status::kDamaged);
+    told.push_back({made, CheckedNoteId(lease.Number(0)), ChangeKind::kStored});
+  }
+  return told;
+}
+
+// A number that neither the journal nor a note tells belongs to a note that was appended, and later removed
+// with its row.
 bool Handle::ShowJournal(uint64_t sequence, Visitor<void(const NoteChange&)> visitor) {
   const uint64_t last = LastSequence();
   if (sequence > last) return false;
+  uint64_t rows = 0;
   {
     Lease lease(*statements_, Query::kFirstSequence);
     if (!lease.Step() || lease.Number(0) < 1) Fail(status::kDamaged);
     if (sequence + 1 < static_cast<uint64_t>(lease.Number(0))) return false;
+    Lease counting(*statements_, Query::kCountChanges);
+    rows = counting.Bind(1, static_cast<int64_t>(sequence)).Step() ? static_cast<uint64_t>(counting.Number(0))
+                                                                   : 0;
   }
+  if (rows > last - sequence) Fail(status::kDamaged);
+  std::vector<NoteChange> told;
+  if (rows != last - sequence) told = ToldSince(sequence, last);
+  const auto show_told_before = [&](uint64_t limit) {
+    for (; !told.empty() && told.back().sequence < limit; told.pop_back()) visitor(told.back());
+  };
   Lease lease(*statements_, Query::kChanges);
-  lease.Bind(1, static_cast<int64_t>(sequence));
-  for (uint64_t expected = sequence + 1; expected <= last; ++expected) {
-    if (!lease.Step() || static_cast<uint64_t>(lease.Number(0)) != expected) Fail(status::kDamaged);
-    ShowChanges(expected, lease.Blob(1), visitor);
+  for (lease.Bind(1, static_cast<int64_t>(sequence)); lease.Step();) {
+    const auto row_sequence = static_cast<uint64_t>(lease.Number(0));
+    show_told_before(row_sequence);
+    if (!told.empty() && told.back().sequence == row_sequence)
+      told.pop_back();  // more was done than the note tells
+    ShowChanges(row_sequence, lease.Blob(1), visitor);
   }
+  show_told_before(last + 1);
   return true;
 }
 

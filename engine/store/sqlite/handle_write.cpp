@@ -9,7 +9,7 @@ namespace brynd::store {
 
 namespace {
 
-// Rows of the journal are removed so many at a time.
+// Rows of the journal are removed when its end passes a multiple of this.
 constexpr uint64_t kJournalTrimEvery = 256;
 
 int RunOnce(StatementSet& statements, Query query) noexcept {
@@ -53,8 +53,8 @@ void Handle::StartTransaction() {
     Fail(code);
   }
   state_ = State::kBatch;
-  sequence_.reset();
   counter_.Attach(*connection_);
+  TakeSequence();
   batch_.changes.clear();
   batch_ = Batch{.changes = std::move(batch_.changes)};
 }
@@ -75,8 +75,7 @@ Write Handle::BeginWrite() {
 }
 
 // The row that tells which notes the transaction changed: (zigzag(id - previous id) << 2 | kind) for each.
-void Handle::AddJournalRow() {
-  const uint64_t sequence = LastSequence() + 1;
+void Handle::AddJournalRow(uint64_t sequence) {
   ByteBuilder packed;
   packed.Reserve(batch_.changes.size() * 2 + 8);
   int64_t previous = 0;
@@ -90,17 +89,22 @@ void Handle::AddJournalRow() {
     Lease lease(*statements_, Query::kAddChanges);
     lease.Bind(1, static_cast<int64_t>(sequence)).Bind(2, packed.View()).Step();
   }
-  if (sequence % kJournalTrimEvery != 0 || sequence <= kJournalRowsKept) return;
+  const uint64_t former = std::exchange(journal_last_, sequence);
+  if (sequence / kJournalTrimEvery == former / kJournalTrimEvery || sequence <= kJournalRowsKept) return;
   Lease lease(*statements_, Query::kTrimChanges);
   lease.Bind(1, static_cast<int64_t>(sequence - kJournalRowsKept)).Step();
 }
 
 void Handle::EndBatch(Durability durability) {
   const bool changed = batch_.edits != 0;
+  uint64_t sequence = 0;
   EngStatus code = AtBoundary([&] {
     if (changed && file_->Stopped()) Fail(status::kWriteStopped);
-    if (changed) AddJournalRow();
+    if (!changed) return;
+    sequence = LastSequence() + 1;
+    if (!batch_.told || batch_.changes.size() != 1) AddJournalRow(sequence);
   });
+  const ChangeCounter::Value before = counter_.Read();
   if (code == status::kOk && changed && durability == Durability::kDurable)
     file_->ReserveLog(*connection_, counter_.Frames());
   if (code == status::kOk) {
@@ -113,7 +117,10 @@ void Handle::EndBatch(Durability durability) {
     ForgetBatch(code);
     Fail(code);
   }
-  if (changed) file_->NoteCommit();
+  if (changed) {
+    file_->NoteCommit();
+    KeepSequence(sequence, before);
+  }
   state_ = State::kNone;
   sequence_.reset();
   if (changed && readings_ == 0) file_->Checkpoint(*connection_, log_frames_, false);
@@ -175,7 +182,8 @@ uint64_t Handle::RunChange(Lease& lease) {
 NoteId Handle::NewNoteId() {
   return Attempt([&] {
     if (!batch_.last_id_known) {
-      batch_.last_id = std::max(batch_.last_id, LastNoteId());
+      batch_.stored_id = LastNoteId();
+      batch_.last_id = std::max(batch_.last_id, batch_.stored_id);
       batch_.last_id_known = true;
     }
     if (batch_.last_id >= kNoteIdMax) Fail(status::kTooManyNotes);
@@ -202,11 +210,19 @@ void Handle::PutNote(NoteId note_id, Bytes image, ChangeKind kind) {
   });
 }
 
+// A note appended by the first change of a transaction tells that transaction's number itself: when nothing
+// more follows, the commit need not write a page of the journal too.
 void Handle::StoreNote(NoteId note_id, Bytes image, ChangeKind kind) {
+  const bool appends = batch_.last_id_known && note_id > batch_.stored_id;
+  const bool tells = appends && batch_.edits == 0 && kind == ChangeKind::kStored;
+  const uint64_t sequence = tells ? LastSequence() + 1 : 0;
   batch_.changes.push_back({note_id, kind});
-  Lease lease(*statements_, Query::kPutNote);
+  Lease lease(*statements_, tells ? Query::kAppendTelling : appends ? Query::kAppendNote : Query::kPutNote);
   lease.Bind(1, int64_t{note_id}).Bind(2, image);
+  if (tells) lease.Bind(3, static_cast<int64_t>(sequence));
   RunChange(lease);
+  batch_.told = batch_.told || tells;
+  batch_.stored_id = std::max(batch_.stored_id, note_id);
   batch_.last_id = std::max(batch_.last_id, note_id);
   batch_.bytes += image.size() + sizeof(Change);
 }

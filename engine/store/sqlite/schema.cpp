@@ -24,7 +24,7 @@ struct TableRow {
 
 // Compared with what a file holds: a change here is a new kFormat.
 constexpr TableRow kSchema[] = {
-    {"note", "CREATE TABLE note(id INTEGER PRIMARY KEY,image BLOB NOT NULL)"},
+    {"note", "CREATE TABLE note(id INTEGER PRIMARY KEY,made INTEGER,image BLOB NOT NULL)"},
     {"unid", "CREATE TABLE unid(unid BLOB PRIMARY KEY,id INTEGER NOT NULL)WITHOUT ROWID"},
     {"record",
      "CREATE TABLE record(space INTEGER,key BLOB,value BLOB NOT NULL,PRIMARY KEY(space,key))WITHOUT ROWID"},

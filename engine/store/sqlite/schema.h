@@ -2,10 +2,13 @@
 //
 // The SQLite header carries: application id kApplicationId; user version = kFormat in the low 16 bits, the
 // file class of Create in the high 16. Tables (kSchema, compared byte for byte at each opening):
-//   note     id -> image
+//   note     id -> image; made: the transaction that did nothing but append this note, which then has no row
+//   in the
+//            journal; else NULL. It rises with the ids.
 //   unid     foreign universal id (16 bytes) -> note id
 //   record   (space, key) -> value; space -1 is the store's own, key "instance" holds the record below
-//   journal  sequence -> changes: per change a varint (zigzag(id - previous id) << 2 | kind)
+//   journal  sequence -> changes of a transaction that no note tells: per change a varint (zigzag(id -
+//   previous id) << 2 | kind)
 // Instance record: offset 0 instance id u64; 8 and 16 the FileMark of the file it was made for, inode u64 and
 // made u64.
 #ifndef BRYND_STORE_SQLITE_SCHEMA_H
@@ -22,7 +25,7 @@
 namespace brynd::store {
 
 inline constexpr uint32_t kApplicationId = 0x4272796e;  // "Bryn"
-inline constexpr uint16_t kFormat = 1;
+inline constexpr uint16_t kFormat = 2;
 inline constexpr uint32_t kPageBytes = 8192;  // scans are a fifth faster than with 4096
 inline constexpr int64_t kOwnSpace = -1;
 
