@@ -53,7 +53,7 @@ class UndoGuard {
   bool armed_ = true;
 };
 
-constexpr std::string_view kReplicaFact = "replica", kLimitFact = "limit";
+constexpr std::string_view kReplicaFact = "replica", kLimitFact = "limit", kOtherFact = "other";
 constexpr uint8_t kFactVersion = 1;
 constexpr size_t kFactHeadBytes = 1 + 3 + 4;  // version, zero, checksum
 
@@ -378,6 +378,20 @@ void Database::PutFact(DatabaseWrite& write, std::string_view key, Bytes content
   record.U32(static_cast<uint32_t>(Checksum64(content)));
   record.Put(content);
   write.Records().PutRecord(space::kDatabase, BytesOf(key), record.View());
+}
+
+std::optional<TIMEDATE> Database::OtherModified() {
+  const std::optional<std::vector<std::byte>> fact = ReadFact(kOtherFact);
+  if (!fact) return std::nullopt;
+  if (fact->size() != sizeof(TIMEDATE)) Fail(status::kDamaged);
+  return Load<TIMEDATE>(fact->data());
+}
+
+// A clock that was put back does not take the stamp back.
+void Database::StampOther(DatabaseWrite& write, const TIMEDATE& modified) {
+  const std::optional<TIMEDATE> former = write.Owner().OtherModified();
+  if (!former || InstantCompare(modified, *former) > 0)
+    PutFact(write, kOtherFact, BytesAt(&modified, sizeof modified));
 }
 
 DBREPLICAINFO Database::ReplicaInfo() {

@@ -4,6 +4,7 @@
 // content}:
 //   "replica"   DBREPLICAINFO, 20 bytes
 //   "limit"     4 bytes, the size limit asked for at creation; 0 is none
+//   "other"     8 bytes, when a note that is no data was changed last
 // (1) A Database lives as long as its handle or any of its notes; after Close its store answers kBadHandle.
 // (2) Names known here are those of the store or wait for the write that brings them there; a write that
 //     fails takes the ids back that it gave.
@@ -66,6 +67,9 @@ class ImageView {
   NoteImage image_;
   const NameDictionary* names_;
 };
+
+// Data as far as the modified times of the whole database go; all else is design and the like.
+inline bool CountsAsData(uint16_t note_class) noexcept { return (note_class & BRCLASS_DATA) != 0; }
 
 // One write to a database: the store's write, and the names it brings along. Destroyed without Commit it
 // never was.
@@ -173,6 +177,10 @@ class Database {
   // not whole.
   std::optional<std::vector<std::byte>> ReadFact(std::string_view key);
   static void PutFact(DatabaseWrite& write, std::string_view key, Bytes content);
+
+  // When a note that is no data was changed last; nothing in a file where that was not stamped yet.
+  std::optional<TIMEDATE> OtherModified();
+  static void StampOther(DatabaseWrite& write, const TIMEDATE& modified);
 
  private:
   friend class DatabaseWrite;

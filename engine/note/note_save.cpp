@@ -66,6 +66,7 @@ class NoteSaver {
     if (stored_) RemoveLostExternals();
     IndexUnid();
     IndexDesign();
+    if (!CountsAsData(pending_.header.note_class)) Database::StampOther(write_, pending_.header.modified);
   }
 
  private:
@@ -259,6 +260,7 @@ bool DeleteNoteInto(DatabaseWrite& write, uint32_t note_id) {
   write.Records().PutNote(note_id, BuildStub(*header, image), store::ChangeKind::kDeleted);
   if (has_externals) Database::RemoveAllExternals(write, note_id);
   if (!data) design_index::Remove(write, note_id);
+  if (!CountsAsData(header->note_class)) Database::StampOther(write, now);
   return true;
 }
 

@@ -117,13 +117,33 @@ uint32_t VisitChangedSince(Database& database, uint16_t class_mask, const TIMEDA
   return damaged_count;
 }
 
-ModifiedTimes LastModified(Database& database) {
+static ModifiedTimes ScanModified(Database& database) {
   ModifiedTimes times{.data = kWildcardTime, .other = kWildcardTime};
   VisitChangedSince(database, BRCLASS_ALL, kWildcardTime, [&](const ImageView& view) {
-    TIMEDATE& last = (view.NoteClass() & BRCLASS_DATA) != 0 ? times.data : times.other;
+    TIMEDATE& last = CountsAsData(view.NoteClass()) ? times.data : times.other;
     if (InstantCompare(view.Image().Modified(), last) > 0) last = view.Image().Modified();
   });
   return times;
+}
+
+// The newest changes tell when data was last modified; design changes seldom, and leaves a stamp.
+ModifiedTimes LastModified(Database& database) {
+  store::Database& store = database.Store();
+  store.Refresh();
+  const store::Database::Hold hold(store);
+  const std::optional<TIMEDATE> other = database.OtherModified();
+  if (!other) return ScanModified(database);
+  ModifiedTimes times{.data = kWildcardTime, .other = *other};
+  const bool whole = store.ChangesBackward([&](const store::NoteChange& change) {
+    bool found = false;
+    store.ReadNote(change.note_id, [&](Bytes stored) {
+      const std::optional<ImageView> view = database.TryView(stored);
+      found = view && view->NoteId() == change.note_id && CountsAsData(view->NoteClass());
+      if (found) times.data = view->Image().Modified();
+    });
+    return !found;
+  });
+  return whole ? times : ScanModified(database);
 }
 
 }  // namespace brynd

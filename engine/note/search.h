@@ -38,7 +38,8 @@ EngStatus SearchNotes(const std::shared_ptr<Database>& database, const SearchQue
 uint32_t VisitChangedSince(Database& database, uint16_t class_mask, const TIMEDATE& since,
                            store::Visitor<void(const ImageView& view)> visitor);
 
-// When data documents, and when all other notes, were changed last; the wildcard when there are none.
+// When data documents, and when all other notes, were changed last; the wildcard when there are none. Looks
+// at the newest changes only, unless the journal has forgotten when data was changed.
 struct ModifiedTimes {
   TIMEDATE data{};
   TIMEDATE other{};

@@ -214,6 +214,10 @@ class Database {
   // all notes count as changed.
   virtual bool ChangesSince(uint64_t sequence, Visitor<void(const NoteChange& change)> visitor) = 0;
 
+  // Shows the same changes newest first, from the handle's own that wait on, until the visitor returns false.
+  // False when the journal ended before the visitor did, and did not reach back to the making of the file.
+  virtual bool ChangesBackward(Visitor<bool(const NoteChange& change)> visitor) = 0;
+
   virtual SizeInfo Sizes() = 0;
 
   // A random number that belongs to this file alone: a file copied by other means gets a new one when first

@@ -1,4 +1,7 @@
+#include <sqlite3.h>
+
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <new>
 
@@ -327,6 +330,7 @@ TEST_F(SearchTest, SearchNotes_TakesNothingFromTheHeapForANote) {
       EXPECT_EQ(0, EngNoteUpdate(note, i + 1 == count ? 0 : 4));
       EXPECT_EQ(0, EngNoteClose(note));
     }
+    Owner().Store().Flush();  // else the search may be the one to end the batch
   };
   add(300);
   AllocationsOfSearch(formula);
@@ -371,6 +375,64 @@ TEST_F(SearchTest, LastModified_DataAndOtherApart) {
   const TIMEDATE deletion = clock.Pass(10);
   ASSERT_EQ(0, EngNoteDelete(db_, id, 0));
   EXPECT_EQ(0, InstantCompare(deletion, LastModified(Owner()).data)) << "a deletion is a change";
+}
+
+// The stamps of a database against a scan of all its notes, while data and other notes come, change and go.
+TEST_F(SearchTest, LastModified_AnyChanges_AsAScanFinds) {
+  TestRandom random(SeedOfRun());
+  std::vector<uint32_t> ids;
+  const auto compare = [&](int step) {
+    ModifiedTimes scanned{.data = kWildcardTime, .other = kWildcardTime};
+    VisitChangedSince(Owner(), BRCLASS_ALL, kWildcardTime, [&](const ImageView& view) {
+      TIMEDATE& last = CountsAsData(view.NoteClass()) ? scanned.data : scanned.other;
+      if (InstantCompare(view.Image().Modified(), last) > 0) last = view.Image().Modified();
+    });
+    const ModifiedTimes told = LastModified(Owner());
+    ASSERT_EQ(0, std::memcmp(&scanned.data, &told.data, sizeof told.data)) << step;
+    ASSERT_EQ(0, std::memcmp(&scanned.other, &told.other, sizeof told.other)) << step;
+  };
+  compare(-1);
+  for (int step = 0; step < 120; ++step) {
+    const uint16_t update_word = random.Below(2) == 0 ? kUpdateNoCommit : 0;
+    const uint64_t what = ids.empty() ? 0 : random.Below(10);
+    if (what < 6) {
+      const EngNote note = what < 4 ? NewNote() : OpenNote(ids[random.Below(ids.size())]);
+      if (what < 4 && random.Below(3) == 0) {
+        const uint16_t design = BRCLASS_FORM;
+        EXPECT_EQ(0, EngNoteInfoSet(note, 3, &design));
+      }
+      AppendText(note, "Title", "x");
+      EXPECT_EQ(0, EngNoteUpdate(note, update_word));
+      if (what < 4) ids.push_back(IdOf(note));
+      EXPECT_EQ(0, EngNoteClose(note));
+    } else if (what < 7) {
+      EXPECT_EQ(0, EngNoteDelete(db_, ids.back(), update_word));
+      ids.pop_back();
+    } else if (what < 8) {
+      EXPECT_EQ(0, EngDbInfoSet(db_, "a change that is none of a note"));
+    } else if (what < 9) {
+      Reopen();
+    }
+    compare(step);
+  }
+}
+
+// A journal that has forgotten all changes of data does not make the answer wrong.
+TEST_F(SearchTest, LastModified_JournalForgotten_Scans) {
+  StoreText("Title", "x");
+  const ModifiedTimes before = LastModified(Owner());
+  ASSERT_FALSE(IsWildcard(before.data));
+  ASSERT_EQ(0, EngDbClose(db_));
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open((folder_ + "/test.QDB").c_str(), &raw));
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(raw,
+                                    "DELETE FROM journal; INSERT INTO journal VALUES(1000,x''); "
+                                    "UPDATE note SET made=NULL",
+                                    nullptr, nullptr, nullptr));
+  sqlite3_close(raw);
+  ASSERT_EQ(0, EngDbOpen("test", &db_));
+  const ModifiedTimes after = LastModified(Owner());
+  EXPECT_EQ(0, std::memcmp(&before, &after, sizeof after));
 }
 
 }  // namespace

@@ -249,6 +249,10 @@ TEST_F(StoreHostileTest, Read_RowsOfWrongKinds_Damaged) {
   expect_damaged("UPDATE journal SET sequence=-5 WHERE sequence=(SELECT min(sequence) FROM journal)",
                  changes);
   expect_damaged("UPDATE journal SET changes=x'80'", changes);
+  const auto backward = [](Database& database) {
+    database.ChangesBackward([](const store::NoteChange&) { return true; });
+  };
+  expect_damaged("UPDATE journal SET changes=x'80'", backward);
   expect_damaged("UPDATE journal SET changes=x'04'", changes);
   expect_damaged("UPDATE journal SET changes=x'ffffffffffffffffff01'", changes);
   expect_damaged("UPDATE journal SET changes=x'ffffffffffffffffff7f'", changes);

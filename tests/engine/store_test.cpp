@@ -375,10 +375,34 @@ TEST_F(StoreTest, ChangesSince_TransactionsOfSeveralHandles_InOrderWithoutGaps) 
   EXPECT_FALSE(first->ChangesSince(start + 100, [](const store::NoteChange&) { FAIL(); }));
 }
 
+using Seen = std::vector<std::tuple<uint64_t, NoteId, ChangeKind>>;
+
+// What the handle tells of the past, forward from each of some transactions and backward, against a model of
+// it.
+void ExpectHistory(Database& database, const Seen& model, const std::vector<uint64_t>& since_values) {
+  for (const uint64_t since : since_values) {
+    Seen seen, expected;
+    ASSERT_TRUE(database.ChangesSince(since, [&](const store::NoteChange& change) {
+      seen.emplace_back(change.sequence, change.note_id, change.kind);
+    }));
+    for (const auto& change : model)
+      if (std::get<0>(change) > since) expected.push_back(change);
+    ASSERT_EQ(expected, seen) << since;
+  }
+  Seen backward;
+  ASSERT_TRUE(database.ChangesBackward([&](const store::NoteChange& change) {
+    backward.emplace_back(change.sequence, change.note_id, change.kind);
+    return true;
+  }));
+  ASSERT_EQ(Seen(model.rbegin(), model.rend()), backward);
+  size_t shown = 0;
+  ASSERT_TRUE(database.ChangesBackward([&](const store::NoteChange&) { return ++shown < 7; }));
+  ASSERT_EQ(7u, shown);
+}
+
 // A transaction that only appends a note has no row in the journal: its note tells it. Against a model, with
 // every kind of transaction between them.
 TEST_F(StoreTest, ChangesSince_NotesThatTellTheirTransactions_AsAModelRemembers) {
-  using Seen = std::vector<std::tuple<uint64_t, NoteId, ChangeKind>>;
   std::mt19937_64 random(SeedOfRun());
   std::vector<std::unique_ptr<Database>> handles;
   handles.push_back(Create(path_));
@@ -432,15 +456,7 @@ TEST_F(StoreTest, ChangesSince_NotesThatTellTheirTransactions_AsAModelRemembers)
   for (const auto& database : handles) {
     database->Refresh();
     ASSERT_EQ(sequence, database->Stamp().sequence);
-    for (const uint64_t since : {start, start + 1, start + 100, sequence - 1, sequence}) {
-      Seen seen, expected;
-      ASSERT_TRUE(database->ChangesSince(since, [&](const store::NoteChange& change) {
-        seen.emplace_back(change.sequence, change.note_id, change.kind);
-      }));
-      for (const auto& change : model)
-        if (std::get<0>(change) > since) expected.push_back(change);
-      ASSERT_EQ(expected, seen) << since;
-    }
+    ExpectHistory(*database, model, {start, start + 1, start + 100, sequence - 1, sequence});
   }
 }
 
@@ -462,6 +478,13 @@ TEST_F(StoreTest, ChangesSince_ToldByANoteWhoseRowIsGone_OthersAreShown) {
     seen.emplace_back(change.sequence - start, change.note_id);
   }));
   EXPECT_EQ((std::vector<std::pair<uint64_t, NoteId>>{{2, 2}, {4, 3}, {4, 1}}), seen);
+  std::vector<std::pair<uint64_t, NoteId>> backward;
+  Put(*database, 2, "waits", Durability::kLazy);
+  ASSERT_TRUE(database->ChangesBackward([&](const store::NoteChange& change) {
+    backward.emplace_back(change.sequence - start, change.note_id);
+    return true;
+  }));
+  EXPECT_EQ((std::vector<std::pair<uint64_t, NoteId>>{{5, 2}, {4, 1}, {4, 3}, {2, 2}}), backward);
 }
 
 // The journal keeps a row at or before the oldest transaction it must reach back to, whatever stands in it.
@@ -505,6 +528,7 @@ TEST_F(StoreTest, ChangesSince_JournalTrimmed_SaysThatItDoesNotReachBack) {
   other->Flush();
   database->Refresh();
   EXPECT_FALSE(database->ChangesSince(1, ignore));
+  EXPECT_FALSE(database->ChangesBackward([](const store::NoteChange&) { return true; }));
   uint64_t count = 0;
   const uint64_t newest = database->Stamp().sequence;
   ASSERT_TRUE(database->ChangesSince(newest - store::kJournalRowsKept + 1,

@@ -126,6 +126,7 @@ constexpr QueryRow kQueries[] = {
     {Query::kFirstSequence, "SELECT min(sequence) FROM journal"},
     {Query::kCountChanges, "SELECT count(*) FROM journal WHERE sequence>?1"},
     {Query::kChanges, "SELECT sequence,changes FROM journal WHERE sequence>?1 ORDER BY sequence"},
+    {Query::kChangesDown, "SELECT sequence,changes FROM journal ORDER BY sequence DESC"},
     {Query::kAddChanges, "INSERT INTO journal(sequence,changes) VALUES(?1,?2)"},
     {Query::kTrimChanges,
      "DELETE FROM journal WHERE sequence<(SELECT max(sequence) FROM journal WHERE sequence<=?1)"},

@@ -117,6 +117,7 @@ enum class Query : uint8_t {
   kFirstSequence,
   kCountChanges,
   kChanges,
+  kChangesDown,
   kAddChanges,
   kTrimChanges,
   kCount

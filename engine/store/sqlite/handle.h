@@ -55,6 +55,7 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   NoteId LastNoteId() override;
   uint64_t CountNotes() override;
   bool ChangesSince(uint64_t sequence, Visitor<void(const NoteChange&)> visitor) override;
+  bool ChangesBackward(Visitor<bool(const NoteChange&)> visitor) override;
   SizeInfo Sizes() override;
   uint64_t InstanceId() override;
   uint16_t FileClass() const override { return file_class_; }
@@ -139,6 +140,7 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   void TakeSequence() noexcept;
   bool ShowJournal(uint64_t sequence, Visitor<void(const NoteChange&)> visitor);
   static void ShowChanges(uint64_t sequence, Bytes packed, Visitor<void(const NoteChange&)> visitor);
+  static bool ShowChangesBackward(uint64_t sequence, Bytes packed, Visitor<bool(const NoteChange&)> visitor);
   void EndBatchIfAsked() noexcept;
 
   void CheckWritable() const;

@@ -223,6 +223,47 @@ bool Handle::ShowJournal(uint64_t sequence, Visitor<void(const NoteChange&)> vis
   return true;
 }
 
+bool Handle::ShowChangesBackward(uint64_t sequence, Bytes packed, Visitor<bool(const NoteChange&)> visitor) {
+  std::vector<NoteChange> changes;
+  ShowChanges(sequence, packed, [&](const NoteChange& change) { changes.push_back(change); });
+  for (; !changes.empty(); changes.pop_back())
+    if (!visitor(changes.back())) return false;
+  return true;
+}
+
+// Goes down the numbers of transactions. One that the journal's next row does not have is looked for in the
+// notes.
+bool Handle::ChangesBackward(Visitor<bool(const NoteChange&)> visitor) {
+  const Reading reading(*this);
+  uint64_t sequence = LastSequence();
+  if (state_ == State::kBatch) {
+    std::vector<Change> own = batch_.changes;  // the visitor may add to them
+    for (; !own.empty(); own.pop_back())
+      if (!visitor({sequence + 1, own.back().note_id, own.back().kind})) return true;
+  }
+  Lease journal(*statements_, Query::kChangesDown), newest(*statements_, Query::kNewestNotes);
+  NoteChange told{.sequence = sequence + 1};
+  const auto find_told = [&] {
+    while (told.sequence > sequence) {
+      if (!newest.Step()) return void(told.sequence = 0);
+      if (const uint64_t made = ToldBy(newest))
+        told = {made, CheckedNoteId(newest.Number(0)), ChangeKind::kStored};
+    }
+  };
+  while (journal.Step()) {
+    if (journal.Number(0) < 1 || static_cast<uint64_t>(journal.Number(0)) > sequence) Fail(status::kDamaged);
+    const auto row = static_cast<uint64_t>(journal.Number(0));
+    while (sequence > row) {
+      find_told();
+      if (told.sequence > row && !visitor(told)) return true;
+      sequence = told.sequence > row ? told.sequence - 1 : row;
+    }
+    if (!ShowChangesBackward(row, journal.Blob(1), visitor)) return true;
+    sequence = row - 1;
+  }
+  return sequence == 0;
+}
+
 void Handle::ShowChanges(uint64_t sequence, Bytes packed, Visitor<void(const NoteChange&)> visitor) {
   ByteReader in(packed);
   int64_t note_id = 0;
