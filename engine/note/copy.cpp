@@ -1,6 +1,7 @@
 #include "note/copy.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "base/boundary.h"
@@ -15,15 +16,6 @@ namespace {
 
 constexpr uint16_t kSpecialClasses = BRCLASS_ICON | BRCLASS_DESIGN;
 constexpr size_t kBatchNotes = 256;  // notes of one write: bounded memory, few commits
-
-// The value of an object item: type word, type of the object 2, number 4.
-constexpr size_t kObjectNumberOffset = kTypeWordBytes + 2;
-static_assert(kObjectNumberOffset + 4 == kTypeWordBytes + sizeof(OBJECT_DESCRIPTOR));
-
-uint32_t ObjectOf(uint16_t type, Bytes value) {
-  if (type != BRTYPE_OBJECT || value.size() < kTypeWordBytes + sizeof(OBJECT_DESCRIPTOR)) return 0;
-  return LoadU32(value.data() + kObjectNumberOffset);
-}
 
 // The note as it is now, nothing when it was deleted meanwhile. All its values are in memory.
 std::unique_ptr<Note> ReadWhole(const std::shared_ptr<Database>& source, uint32_t note_id) {
@@ -95,7 +87,8 @@ class Copying {
       if (object == 0) continue;
       const Bytes value = note.Value(index);
       std::vector<std::byte> data(value.begin() + kTypeWordBytes, value.end());
-      StoreU32(data.data() + kObjectNumberOffset - kTypeWordBytes, CopyObjectInto(write, *source_, object));
+      const uint32_t copy = CopyObjectInto(write, *source_, object);
+      StoreU32(data.data() + offsetof(OBJECT_DESCRIPTOR, RRV), copy);
       note.SetValue(index, BRTYPE_OBJECT, data);
     }
   }
@@ -105,15 +98,12 @@ class Copying {
   TIMEDATE FreeObjectsOf(DatabaseWrite& write, uint32_t counterpart) {
     TIMEDATE added{};
     if (counterpart == 0) return added;
-    std::vector<uint32_t> objects;
+    ObjectSet objects;
     destination_->VisitNote(counterpart, [&](const ImageView& view) {
       added = view.Image().Added();
-      NoteImage::Cursor items = view.Image().Items();
-      for (ImageItem item; items.Next(&item);) {
-        if (const uint32_t object = ObjectOf(item.type, item.value)) objects.push_back(object);
-      }
+      objects = ObjectsOf(view.Image());
     });
-    for (const uint32_t object : objects) FreeObjectInto(write, object);
+    ReleaseObjects(write, counterpart, objects);
     return added;
   }
 

@@ -7,6 +7,7 @@
 #include "base/time.h"
 #include "note/design_index.h"
 #include "note/note.h"
+#include "note/object.h"
 
 namespace brynd {
 
@@ -17,6 +18,7 @@ struct StoredNote {
   NoteHeader header;
   uint32_t checksum = 0;
   std::vector<uint32_t> externals;  // numbers of its external values, rising or not
+  ObjectSet objects;
 };
 
 std::optional<StoredNote> ReadStored(Database& database, uint32_t note_id) {
@@ -25,6 +27,7 @@ std::optional<StoredNote> ReadStored(Database& database, uint32_t note_id) {
     stored.emplace();
     stored->header = view.Image().Header();
     stored->checksum = view.Image().Checksum();
+    stored->objects = ObjectsOf(view.Image());
     if (view.Image().ExternalCount() == 0) return;
     NoteImage::Cursor cursor = view.Image().Items();
     for (ImageItem item; cursor.Next(&item);) {
@@ -64,6 +67,7 @@ class NoteSaver {
     pending_.checksum = LoadU32(image.data());
     write_.Records().PutNote(pending_.header.note_id, image);
     if (stored_) RemoveLostExternals();
+    CountObjects();
     IndexUnid();
     IndexDesign();
     if (!CountsAsData(pending_.header.note_class)) Database::StampOther(write_, pending_.header.modified);
@@ -163,6 +167,14 @@ class NoteSaver {
     return index;
   }
 
+  void CountObjects() {
+    ObjectSet objects;
+    for (uint32_t index = 0; index < note_.ItemCount(); ++index)
+      if (note_.items_[index].type == BRTYPE_OBJECT)
+        AddObject(&objects, ObjectOf(BRTYPE_OBJECT, note_.Value(index)));
+    ChangeObjectUses(write_, pending_.header.note_id, stored_ ? stored_->objects : ObjectSet(), objects);
+  }
+
   void RemoveLostExternals() {
     for (const uint32_t number : stored_->externals) {
       const bool kept =
@@ -243,11 +255,13 @@ void Note::Save(const SaveOptions& options) {
 
 bool DeleteNoteInto(DatabaseWrite& write, uint32_t note_id) {
   bool has_externals = false;
+  ObjectSet objects;
   std::optional<NoteHeader> header;
   write.Owner().VisitNote(note_id, [&](const ImageView& view) {
     if (view.IsStub()) return;
     header = view.Image().Header();
     has_externals = view.Image().ExternalCount() != 0;
+    objects = ObjectsOf(view.Image());
   });
   if (!header) return false;
   const bool data = IsData(header->note_class);
@@ -259,6 +273,7 @@ bool DeleteNoteInto(DatabaseWrite& write, uint32_t note_id) {
   std::array<std::byte, kImageHeaderBytes> image;
   write.Records().PutNote(note_id, BuildStub(*header, image), store::ChangeKind::kDeleted);
   if (has_externals) Database::RemoveAllExternals(write, note_id);
+  ReleaseObjects(write, note_id, objects);
   if (!data) design_index::Remove(write, note_id);
   if (!CountsAsData(header->note_class)) Database::StampOther(write, now);
   return true;

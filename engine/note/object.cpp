@@ -18,6 +18,10 @@ constexpr size_t kChunkHeadBytes = 4;
 constexpr uint32_t kObjectNumberMax = 0xfffffffe;
 constexpr std::string_view kNextObjectFact = "next object";
 
+// The value of an object item: type word, type of the object 2, number 4.
+constexpr size_t kObjectNumberOffset = kTypeWordBytes + 2;
+static_assert(kObjectNumberOffset + 4 == kTypeWordBytes + sizeof(OBJECT_DESCRIPTOR));
+
 using ObjectKey = std::array<std::byte, 8>;
 
 ObjectKey KeyOf(uint32_t object, uint32_t chunk) {
@@ -219,6 +223,50 @@ void FreeObjectInto(DatabaseWrite& write, uint32_t object) {
   if (object == 0 || object > kObjectNumberMax) return;
   const KeyRange range(object);
   write.Records().RemoveRange(space::kObjects, range.from, Bytes(range.to));
+  write.Records().RemoveRange(space::kObjectUses, range.from, Bytes(range.to));
+}
+
+// --- who names an object
+
+uint32_t ObjectOf(uint16_t type, Bytes value) noexcept {
+  if (type != BRTYPE_OBJECT || value.size() < kTypeWordBytes + sizeof(OBJECT_DESCRIPTOR)) return 0;
+  const uint32_t object = LoadU32(value.data() + kObjectNumberOffset);
+  return object > kObjectNumberMax ? 0 : object;
+}
+
+void AddObject(ObjectSet* objects, uint32_t object) {
+  const auto at = std::ranges::lower_bound(*objects, object);
+  if (object != 0 && (at == objects->end() || *at != object)) objects->insert(at, object);
+}
+
+ObjectSet ObjectsOf(const NoteImage& image) {
+  ObjectSet objects;
+  NoteImage::Cursor items = image.Items();
+  for (ImageItem item; items.Next(&item);)
+    if (item.type == BRTYPE_OBJECT) AddObject(&objects, ObjectOf(item.type, item.value));
+  return objects;
+}
+
+void ChangeObjectUses(DatabaseWrite& write, uint32_t note_id, const ObjectSet& before, const ObjectSet& now) {
+  for (const uint32_t object : before)
+    if (!std::ranges::binary_search(now, object))
+      write.Records().RemoveRecord(space::kObjectUses, KeyOf(object, note_id));
+  for (const uint32_t object : now)
+    if (!std::ranges::binary_search(before, object))
+      write.Records().PutRecord(space::kObjectUses, KeyOf(object, note_id), {});
+}
+
+void ReleaseObjects(DatabaseWrite& write, uint32_t note_id, const ObjectSet& objects) {
+  for (const uint32_t object : objects) {
+    write.Records().RemoveRecord(space::kObjectUses, KeyOf(object, note_id));
+    bool used = false;
+    const KeyRange range(object);
+    write.Owner().Store().ScanRecords(space::kObjectUses, range.from, Bytes(range.to), [&](Bytes, Bytes) {
+      used = true;
+      return false;
+    });
+    if (!used) FreeObjectInto(write, object);
+  }
 }
 
 }  // namespace brynd

@@ -5,12 +5,14 @@
 
 namespace brynd::space {
 
-inline constexpr store::Space kNames = 1;       // name id, 2 bytes high first -> spelling
-inline constexpr store::Space kValues = 2;      // note id, number, 4 bytes each -> an external value
-inline constexpr store::Space kDesign = 3;      // design index, see design_index.h
-inline constexpr store::Space kDatabase = 4;    // facts about the database, by their names: see database.h
-inline constexpr store::Space kObjects = 5;     // objects, see object.h
+inline constexpr store::Space kNames = 1;     // name id, 2 bytes high first -> spelling
+inline constexpr store::Space kValues = 2;    // note id, number, 4 bytes each -> an external value
+inline constexpr store::Space kDesign = 3;    // design index, see design_index.h
+inline constexpr store::Space kDatabase = 4;  // facts about the database, by their names: see database.h
+inline constexpr store::Space kObjects = 5;   // objects, see object.h
+inline constexpr store::Space kObjectUses =
+    6;  // object, note id, 4 bytes each: the stored note names the object
 // 0x10 to 0x1f: what else belongs to databases as a whole.
 // 0x20 and above: collections, full text and others; each says so in its own header.
 
-}   // namespace brynd::space
+}  // namespace brynd::space

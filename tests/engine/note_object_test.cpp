@@ -186,4 +186,104 @@ TEST_F(ObjectTest, CopyObjectInto_ContentAndClassUnderANewNumber) {
     EXPECT_EQ(content + std::string(5, '\0'), TextOf(ReadObject(Other(), copy, 0, kAllBytes).bytes()));
 }
 
+// --- notes that name objects
+
+class ObjectUseTest : public ObjectTest {
+ protected:
+  uint32_t Make() {
+    const uint32_t object = AllocateObject(Owner(), 100000, 1);
+    WriteObject(Owner(), object, 0, BytesOf(std::string(100000, 'o')));
+    return object;
+  }
+  static void Name(EngNote note, uint32_t object) {
+    const OBJECT_DESCRIPTOR descriptor{.ObjectType = 0, .RRV = object};
+    EXPECT_EQ(0, EngItemAppend(note, 4, "$FILE", 5, BRTYPE_OBJECT, &descriptor, sizeof descriptor));
+  }
+  uint32_t NoteNaming(std::initializer_list<uint32_t> objects, uint16_t update_word = 0) {
+    const EngNote note = NewNote();
+    for (const uint32_t object : objects) Name(note, object);
+    EXPECT_EQ(0, EngNoteUpdate(note, update_word));
+    const uint32_t note_id = IdOf(note);
+    EXPECT_EQ(0, EngNoteClose(note));
+    return note_id;
+  }
+  bool Exists(uint32_t object) {
+    try {
+      ReadObject(Owner(), object, 0, 1);
+      return true;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(status::kNoObject, failure.status());
+      return false;
+    }
+  }
+  size_t Uses() {
+    size_t count = 0;
+    Owner().Store().ScanRecords(space::kObjectUses, {}, std::nullopt,
+                                [&](Bytes, Bytes) { return ++count != 0; });
+    return count;
+  }
+};
+
+TEST_F(ObjectUseTest, DeleteNote_ObjectsThatOnlyItNames_GoWithIt) {
+  for (const uint16_t word : {uint16_t{0}, kUpdateNoCommit}) {
+    const uint32_t first = Make(), second = Make(), other = Make();
+    const uint32_t note_id = NoteNaming({first, second, first}, word);
+    EXPECT_EQ(2u, Uses());
+    ASSERT_EQ(0, EngNoteDelete(db_, note_id, word));
+    EXPECT_FALSE(Exists(first));
+    EXPECT_FALSE(Exists(second));
+    EXPECT_TRUE(Exists(other)) << "nobody has named it yet";
+    EXPECT_EQ(0u, Uses());
+    Reopen();
+    EXPECT_FALSE(Exists(first));
+    FreeObject(Owner(), other);
+    EXPECT_TRUE(Records().empty());
+  }
+}
+
+TEST_F(ObjectUseTest, DeleteNote_AnotherNamesTheObjectToo_GoesWithTheLast) {
+  const uint32_t object = Make();
+  const uint32_t first = NoteNaming({object}), second = NoteNaming({object});
+  ASSERT_EQ(0, EngNoteDelete(db_, first, 0));
+  EXPECT_EQ(std::string(100000, 'o'), Content(object));
+  ASSERT_EQ(0, EngNoteDelete(db_, second, 0));
+  EXPECT_FALSE(Exists(object));
+}
+
+TEST_F(ObjectUseTest, Update_NamesOtherObjects_OldOneStaysUntilFreedOrItsLastNoteGoes) {
+  const uint32_t object = Make(), later = Make();
+  const uint32_t first = NoteNaming({object}), second = NoteNaming({object});
+  const EngNote note = OpenNote(first);
+  ASSERT_EQ(0, EngItemDelete(note, "$FILE", 5));
+  Name(note, later);
+  ASSERT_EQ(0, EngNoteUpdate(note, 0));
+  ASSERT_EQ(0, EngNoteClose(note));
+  EXPECT_EQ(2u, Uses());
+  ASSERT_EQ(0, EngNoteDelete(db_, second, 0));
+  EXPECT_FALSE(Exists(object));
+  EXPECT_TRUE(Exists(later));
+  FreeObject(Owner(), later);
+  EXPECT_EQ(0u, Uses());
+  EXPECT_EQ(0, EngNoteDelete(db_, first, 0)) << "that it is gone already is no failure";
+}
+
+TEST_F(ObjectUseTest, DeleteNote_TakenBack_ObjectStays) {
+  const uint32_t object = Make();
+  const uint32_t note_id = NoteNaming({object});
+  {
+    DatabaseWrite write(Owner());
+    EXPECT_TRUE(DeleteNoteInto(write, note_id));
+  }
+  EXPECT_EQ(std::string(100000, 'o'), Content(object));
+  EXPECT_EQ(1u, Uses());
+}
+
+TEST_F(ObjectUseTest, DeleteNote_ItemsThatNameNoObject_NothingHappens) {
+  const uint32_t object = Make();
+  const uint32_t note_id = NoteNaming({0, 0xffffffff, object + 5});
+  ASSERT_EQ(0, EngNoteDelete(db_, note_id, 0));
+  EXPECT_TRUE(Exists(object));
+  EXPECT_EQ(0u, Uses());
+}
+
 }  // namespace
