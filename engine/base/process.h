@@ -45,6 +45,17 @@ class RandomSource {
 
 // Small plain files: settings, reports. Databases are the business of the store alone. Paths are the
 // system's.
+// An entry of a folder. What a symbolic link leads to is told, and that it is one; a link that leads nowhere
+// is neither a file nor a folder.
+struct FolderEntry {
+  std::string name;  // as the system writes it
+  bool is_folder = false;
+  bool is_file = false;  // a regular one
+  bool is_link = false;
+  uint64_t file_bytes = 0;
+  int64_t modified_hundredths = 0;  // of seconds since 1970, Universal Time; 0 when unknown
+};
+
 class Files {
  public:
   virtual ~Files() = default;
@@ -57,6 +68,9 @@ class Files {
   virtual bool Exists(const std::string& path) = 0;
   virtual bool IsDirectory(const std::string& path) = 0;
   virtual std::string CurrentDirectory() = 0;
+  // All but `.` and `..`, by name as bytes. Fails with kNoFile, kNotDirectory, kNoAccess, kNoMemory,
+  // kIoError.
+  virtual std::vector<FolderEntry> List(const std::string& folder) = 0;
   // Runs body while this process alone holds the lock file of that path (made when missing). The lock is
   // between processes; between threads the caller has its own mutex.
   virtual void WithLockFile(const std::string& path, const std::function<void()>& body) = 0;

@@ -1,11 +1,13 @@
 // The system behind the seams of the process record. Nothing else in the engine but the store calls it
 // directly.
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -161,6 +163,26 @@ class SystemFilesSeam final : public Files {
     return directory;
   }
 
+  // Plain calls: the standard library's iterator ends the process when memory is short.
+  std::vector<FolderEntry> List(const std::string& folder) override {
+    struct CloseFolder {
+      void operator()(DIR* opened) const noexcept { ::closedir(opened); }
+    };
+    const std::unique_ptr<DIR, CloseFolder> opened(::opendir(folder.c_str()));
+    if (opened == nullptr) FailErrno(errno);
+    std::vector<FolderEntry> entries;
+    for (;;) {
+      errno = 0;
+      const dirent* found = ::readdir(opened.get());
+      if (found == nullptr) break;
+      const std::string_view name = found->d_name;
+      if (name != "." && name != "..") entries.push_back(EntryOf(::dirfd(opened.get()), found->d_name));
+    }
+    if (errno != 0) FailErrno(errno);
+    std::ranges::sort(entries, {}, &FolderEntry::name);
+    return entries;
+  }
+
   void WithLockFile(const std::string& path, const std::function<void()>& body) override {
     // Closing the descriptor gives the lock back. The file stays: removing it would let two processes lock
     // two files.
@@ -172,6 +194,18 @@ class SystemFilesSeam final : public Files {
   }
 
  private:
+  static FolderEntry EntryOf(int folder, const char* name) {
+    FolderEntry entry{.name = name};
+    struct stat facts = {};
+    entry.is_link = ::fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(facts.st_mode);
+    if (::fstatat(folder, name, &facts, 0) != 0) return entry;
+    entry.is_folder = S_ISDIR(facts.st_mode);
+    entry.is_file = S_ISREG(facts.st_mode);
+    entry.file_bytes = static_cast<uint64_t>(facts.st_size);
+    entry.modified_hundredths = int64_t{facts.st_mtim.tv_sec} * 100 + facts.st_mtim.tv_nsec / 10000000;
+    return entry;
+  }
+
   static std::string ReadAll(int descriptor) {
     std::string content;
     char piece[16384];

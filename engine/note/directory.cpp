@@ -1,13 +1,12 @@
 #include "note/directory.h"
 
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
 #include <vector>
 
 #include "base/boundary.h"
 #include "base/charset.h"
 #include "base/net_path.h"
+#include "base/process.h"
 #include "base/text.h"
 #include "base/time.h"
 #include "note/info.h"
@@ -16,8 +15,6 @@
 namespace brynd {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::string_view kDatabaseExtension = ".QDB";
 
@@ -38,21 +35,6 @@ Choice ChoiceOf(uint16_t selector) {
   return row == std::end(kKinds) ? Choice::kNone : row->databases;
 }
 
-// The entries of a folder by name; what went wrong is told in `failed`.
-std::vector<fs::directory_entry> SortedEntries(const std::string& folder, std::error_code* failed) {
-  std::vector<fs::directory_entry> entries;
-  fs::directory_iterator at(folder.empty() ? "/" : folder, *failed);
-  for (; !*failed && at != fs::directory_iterator(); at.increment(*failed)) entries.push_back(*at);
-  std::sort(entries.begin(), entries.end());
-  return entries;
-}
-
-EngStatus StatusOf(const std::error_code& failed) {
-  if (failed == std::errc::no_such_file_or_directory) return status::kNoFile;
-  if (failed == std::errc::not_a_directory) return status::kNotDirectory;
-  return status::kNoAccess;
-}
-
 // What stands in front of the names of a directory's entries.
 std::string PathPrefix(const Database& directory) {
   std::string prefix(ParseNetPath(directory.GivenPath()).file);
@@ -62,13 +44,9 @@ std::string PathPrefix(const Database& directory) {
   return prefix;
 }
 
-TIMEDATE ModifiedOf(const fs::directory_entry& entry) {
-  std::error_code failed;
-  const auto written = entry.last_write_time(failed);
-  if (failed) return kWildcardTime;
-  const auto since_epoch = std::chrono::file_clock::to_sys(written).time_since_epoch();
-  using Hundredths = std::chrono::duration<int64_t, std::ratio<1, 100>>;
-  return TimedateOfUnixHundredths(std::chrono::floor<Hundredths>(since_epoch).count(), 0);
+TIMEDATE ModifiedOf(const FolderEntry& entry) {
+  return entry.modified_hundredths == 0 ? kWildcardTime
+                                        : TimedateOfUnixHundredths(entry.modified_hundredths, 0);
 }
 
 struct OpenedFacts {
@@ -79,18 +57,19 @@ struct OpenedFacts {
 // What only the database itself tells. A file that cannot be opened has none of it. Opened for reading alone
 // it would keep the files beside it that came with the opening, so that is for what cannot be opened
 // otherwise.
-std::optional<OpenedFacts> ReadOpened(const fs::path& path) {
+std::optional<OpenedFacts> ReadOpened(const std::string& path) {
   for (const bool read_only : {false, true}) {
     OpenedFacts facts;
     const EngStatus outcome = AtBoundary([&] {
       store::OpenOptions options;
       options.read_only = read_only;
-      const std::shared_ptr<Database> database = Database::OpenFile(path.string(), path.string(), options);
+      const std::shared_ptr<Database> database = Database::OpenFile(path, path, options);
       facts.info = ReadInfo(*database);
       facts.replica_id = database->ReplicaInfo().ID;
       database->Close();
     });
     if (outcome == status::kOk) return facts;
+    if (outcome == status::kNoMemory) Fail(outcome);
     if (outcome == status::kNotDatabase || outcome == status::kDamaged) return std::nullopt;
   }
   return std::nullopt;
@@ -101,7 +80,7 @@ bool IsTemplate(const OpenedFacts& facts) {
 }
 
 struct DirectoryEntry {
-  const fs::directory_entry& entry;
+  const FolderEntry& entry;
   std::string path;
   const OpenedFacts* facts;  // null for a folder
 };
@@ -119,43 +98,50 @@ class Walk {
         confined_(!ParseNetPath(directory.GivenPath()).server.empty()) {}
 
   EngStatus Run(Visitor visitor) const {
-    std::error_code failed;
-    const std::vector<fs::directory_entry> entries = SortedEntries(folder_, &failed);
-    if (failed) return StatusOf(failed);
-    return Visit(entries, prefix_, 0, visitor);
+    std::vector<FolderEntry> entries;
+    const EngStatus listed = List(folder_, &entries);
+    if (listed != status::kOk) return listed;
+    return Visit(folder_, entries, prefix_, 0, visitor);
   }
 
  private:
-  EngStatus Visit(const std::vector<fs::directory_entry>& entries, const std::string& prefix, int depth,
-                  Visitor visitor) const {
-    for (const fs::directory_entry& entry : entries) {
-      std::error_code ignored;
-      if (confined_ && entry.is_symlink(ignored)) continue;
-      const std::string path = prefix + EngineFromUtf8(entry.path().filename().string());
-      const EngStatus outcome = entry.is_directory(ignored) ? VisitFolder(entry, path, depth, visitor)
-                                                            : VisitFile(entry, path, visitor);
+  static EngStatus List(const std::string& folder, std::vector<FolderEntry>* entries) {
+    return AtBoundary([&] { *entries = Process().files->List(folder.empty() ? "/" : folder); });
+  }
+
+  EngStatus Visit(const std::string& folder, const std::vector<FolderEntry>& entries,
+                  const std::string& prefix, int depth, Visitor visitor) const {
+    for (const FolderEntry& entry : entries) {
+      if (confined_ && entry.is_link) continue;
+      const std::string file_path = folder + "/" + entry.name, path = prefix + EngineFromUtf8(entry.name);
+      const EngStatus outcome = entry.is_folder ? VisitFolder(file_path, entry, path, depth, visitor)
+                                                : VisitFile(file_path, entry, path, visitor);
       if (outcome != status::kOk) return outcome;
     }
     return status::kOk;
   }
 
-  EngStatus VisitFolder(const fs::directory_entry& entry, const std::string& path, int depth,
-                        Visitor visitor) const {
+  EngStatus VisitFolder(const std::string& file_path, const FolderEntry& entry, const std::string& path,
+                        int depth, Visitor visitor) const {
     if ((selector_ & kSelectNoFolders) == 0) {
       if (const EngStatus outcome = visitor({entry, path, nullptr})) return outcome;
     }
-    std::error_code failed;
-    if ((selector_ & kSelectBelow) == 0 || depth == kFolderDepthMax || entry.is_symlink(failed))
-      return status::kOk;
-    const std::vector<fs::directory_entry> below = SortedEntries(entry.path().string(), &failed);
-    return failed ? status::kOk : Visit(below, path + "/", depth + 1, visitor);
+    if ((selector_ & kSelectBelow) == 0 || depth == kFolderDepthMax || entry.is_link) return status::kOk;
+    std::vector<FolderEntry> below;
+    const EngStatus listed = List(file_path, &below);
+    if (listed == status::kNoMemory) return listed;
+    // One that cannot be listed has nothing below it.
+    return listed != status::kOk ? status::kOk : Visit(file_path, below, path + "/", depth + 1, visitor);
   }
 
-  EngStatus VisitFile(const fs::directory_entry& entry, const std::string& path, Visitor visitor) const {
-    std::error_code ignored;
-    if (databases_ == Choice::kNone || !entry.is_regular_file(ignored)) return status::kOk;
-    if (!EqualFold(entry.path().extension().string(), kDatabaseExtension)) return status::kOk;
-    const std::optional<OpenedFacts> facts = ReadOpened(entry.path());
+  EngStatus VisitFile(const std::string& file_path, const FolderEntry& entry, const std::string& path,
+                      Visitor visitor) const {
+    if (databases_ == Choice::kNone || !entry.is_file) return status::kOk;
+    // A name that is nothing but the extension has none.
+    const size_t dot = entry.name.rfind('.');
+    if (dot == std::string::npos || dot == 0) return status::kOk;
+    if (!EqualFold(std::string_view(entry.name).substr(dot), kDatabaseExtension)) return status::kOk;
+    const std::optional<OpenedFacts> facts = ReadOpened(file_path);
     if (!facts || (databases_ == Choice::kTemplates && !IsTemplate(*facts))) return status::kOk;
     return visitor({entry, path, &*facts});
   }
@@ -171,10 +157,8 @@ void BuildEntry(const DirectoryEntry& found, SummaryBuilder* summary) {
   summary->AddText("$Path", found.path);
   summary->AddText("$Type", found.facts == nullptr ? "$DIR" : "$NOTEFILE");
   if (found.facts != nullptr) {
-    std::error_code failed;
-    const uintmax_t file_bytes = found.entry.file_size(failed);
     summary->AddText("$Info", found.facts->info);
-    summary->AddNumber("$Length", failed ? 0 : static_cast<double>(file_bytes));
+    summary->AddNumber("$Length", static_cast<double>(found.entry.file_bytes));
   }
   summary->AddTime("$Modified", ModifiedOf(found.entry));
 }

@@ -30,6 +30,7 @@ class MemoryFiles : public Files {
   bool Exists(const std::string& path) override { return content.contains(path); }
   bool IsDirectory(const std::string&) override { return false; }
   std::string CurrentDirectory() override { return "/here"; }
+  std::vector<FolderEntry> List(const std::string&) override { return {}; }
   void WithLockFile(const std::string& path, const std::function<void()>& body) override {
     EXPECT_TRUE(path.ends_with(".lock"));
     locked = true;

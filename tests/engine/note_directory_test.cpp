@@ -209,6 +209,64 @@ TEST_F(DirectoryTest, EngDbSearch_FlagsAndResult) {
   EXPECT_EQ(0, EngDbClose(gone));
 }
 
+// The system's files, but for folders that cannot be listed.
+class FilesThatFail final : public Files {
+ public:
+  std::optional<std::string> Read(const std::string& path) override { return SystemFiles().Read(path); }
+  void Replace(const std::string& path, std::string_view content) override {
+    SystemFiles().Replace(path, content);
+  }
+  bool Exists(const std::string& path) override { return SystemFiles().Exists(path); }
+  bool IsDirectory(const std::string& path) override { return SystemFiles().IsDirectory(path); }
+  std::string CurrentDirectory() override { return SystemFiles().CurrentDirectory(); }
+  std::vector<FolderEntry> List(const std::string& folder) override {
+    if (--until_failure == 0) Fail(failure);
+    return SystemFiles().List(folder);
+  }
+  void WithLockFile(const std::string& path, const std::function<void()>& body) override {
+    SystemFiles().WithLockFile(path, body);
+  }
+  int until_failure = 0;
+  EngStatus failure = status::kNoMemory;
+};
+
+TEST_F(DirectoryTest, EngDbSearch_FolderCannotBeListed_StatusOrPassedOver) {
+  fs::create_directories(folder_ + "/one/two");
+  FilesThatFail files;
+  const SeamGuard guard(Process().files, static_cast<Files*>(&files));
+  EngDb directory = 0;
+  ASSERT_EQ(0, EngDbOpen("", &directory));
+  const auto search = [&](int until_failure, EngStatus failure) {
+    files.until_failure = until_failure;
+    files.failure = failure;
+    const auto take = [](void*, const SEARCH_MATCH*, const ITEM_TABLE*) -> EngStatus { return 0; };
+    return EngDbSearch(directory, 0, nullptr, 6, 0x2000, nullptr, take, nullptr, nullptr);
+  };
+  EXPECT_EQ(0, search(0, status::kNoMemory));
+  for (const int nth : {1, 2, 3}) EXPECT_EQ(status::kNoMemory, search(nth, status::kNoMemory)) << nth;
+  EXPECT_EQ(status::kNoAccess, search(1, status::kNoAccess));
+  EXPECT_EQ(0, search(2, status::kNoAccess)) << "one below is passed over";
+  EXPECT_EQ(0, EngDbClose(directory));
+}
+
+TEST_F(DirectoryTest, List_TellsWhatEntriesAre) {
+  fs::create_directories(folder_ + "/b folder");
+  PutFile("c file", "12345");
+  fs::create_symlink(folder_ + "/c file", folder_ + "/d link");
+  fs::create_symlink(folder_ + "/nowhere", folder_ + "/e broken");
+  std::string seen;
+  for (const FolderEntry& entry : SystemFiles().List(folder_)) {
+    if (entry.name < "b" || entry.name > "f") continue;
+    seen += entry.name + (entry.is_folder ? " folder" : "") + (entry.is_file ? " file" : "") +
+            (entry.is_link ? " link" : "") + (entry.is_file ? " " + std::to_string(entry.file_bytes) : "") +
+            "; ";
+    EXPECT_EQ(entry.is_file, entry.is_file && entry.modified_hundredths > 160000000000);
+  }
+  EXPECT_EQ("b folder folder; c file file 5; d link file link 5; e broken link; ", seen);
+  EXPECT_THROW(SystemFiles().List(folder_ + "/c file"), Failure);
+  EXPECT_THROW(SystemFiles().List(folder_ + "/nowhere"), Failure);
+}
+
 TEST_F(DirectoryTest, EngDbSearch_DepthIsBounded_LinksAreNotFollowed) {
   std::string path = folder_;
   for (int depth = 0; depth < kFolderDepthMax + 2; ++depth) path += "/d";
