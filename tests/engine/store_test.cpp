@@ -1,5 +1,7 @@
 // The contract of the store, call by call, and a random walk beside a model.
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 
 #include <algorithm>
 #include <random>
@@ -373,6 +375,46 @@ TEST_F(StoreTest, ChangesSince_TransactionsOfSeveralHandles_InOrderWithoutGaps) 
   };
   EXPECT_EQ(seen, expected);
   EXPECT_FALSE(first->ChangesSince(start + 100, [](const store::NoteChange&) { FAIL(); }));
+}
+
+TEST_F(StoreTest, Create_NewFilesLeftByACrash_AreRemovedWhenNobodyMakesOne) {
+  const auto spill = [&](const std::string& name) { std::ofstream(folder_.File(name)) << "left"; };
+  const std::string left = "base.qdb~0123456789abcdef";
+  const std::vector<std::string> others = {"base.qdb~0123456789abcde", "base.qdb~0123456789abcdeg",
+                                           "base.qdb~0123456789abcdef-old", "other.qdb~0123456789abcdef",
+                                           "base.qdb-0123456789abcdef"};
+  for (const char* beside : {"", "-wal", "-shm", "-journal"}) spill(left + beside);
+  for (const std::string& name : others) spill(name);
+
+  // Somebody makes a file in this folder: what lies there may be his.
+  const int folder = open(folder_.Path().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(0, flock(folder, LOCK_SH));
+  Create(path_)->Close();
+  EXPECT_EQ(4 + others.size() + 1, folder_.FileCount());
+  close(folder);
+
+  store::Copy(path_, path_ + "2");
+  EXPECT_EQ(4 + others.size() + 2, folder_.FileCount()) << "those of another target";
+  Create(path_, {.overwrite = true})->Close();
+  EXPECT_EQ(others.size() + 2, folder_.FileCount());
+  for (const std::string& name : others) EXPECT_TRUE(std::filesystem::exists(folder_.File(name))) << name;
+}
+
+TEST_F(StoreTest, Create_KilledAtEachChange_NextOneLeavesNothingBehind) {
+  int left_behind = 0;
+  for (uint64_t nth = 1;; ++nth) {
+    const int outcome = EndOf(StartChild([&] {
+      vfs_shim::KillAtChange(nth);
+      Create(path_, {.open = {.vfs = vfs_shim::Name()}})->Close();
+    }));
+    left_behind += folder_.FileCount() > (std::filesystem::exists(path_) ? 1u : 0u);
+    const auto database = Create(path_, {.overwrite = true});
+    database->Close();
+    ASSERT_EQ(1u, folder_.FileCount()) << nth;
+    std::filesystem::remove(path_);
+    if (WIFEXITED(outcome)) break;
+  }
+  EXPECT_GT(left_behind, 3) << "the kills hit";
 }
 
 using Seen = std::vector<std::tuple<uint64_t, NoteId, ChangeKind>>;

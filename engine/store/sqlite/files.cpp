@@ -1,17 +1,23 @@
 // Whole files: opening, making, removing, copying, looking at them.
 // A new file is made under a name of its own beside the target, synced, and then given the target's name: the
-// target is whole or absent. A file that gives way is first claimed: taken out of log mode under SQLite's
-// exclusive lock, which nobody gets while anyone has it open.
+// target is whole or absent. Who makes one holds a shared lock of the folder meanwhile; so whoever gets the
+// folder for itself knows that new files found there were left by a crash, and removes those of its target. A
+// file that gives way is first claimed: taken out of log mode under SQLite's exclusive lock, which nobody
+// gets while anyone has it open.
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -96,15 +102,66 @@ void SyncFolderOf(const std::string& path) {
   if (result != 0) Fail(status::kSyncFailed);
 }
 
+constexpr const char* kBesides[] = {"", "-wal", "-shm", "-journal"};
+constexpr size_t kRandomDigits = 16;
+
+// Whether a name is that of a new file of the target, or of what lies beside one.
+bool IsNewFileOf(std::string_view target_name, std::string_view name) {
+  if (!name.starts_with(target_name) || name.size() < target_name.size() + 1 + kRandomDigits) return false;
+  name.remove_prefix(target_name.size());
+  const std::string_view digits = name.substr(1, kRandomDigits), beside = name.substr(1 + kRandomDigits);
+  return name[0] == '~' && digits.find_first_not_of("0123456789abcdef") == std::string_view::npos &&
+         std::ranges::find(kBesides, beside) != std::end(kBesides);
+}
+
+// Holds a lock of a folder that no one needs but those who make files in it. A lock by flock: it goes with
+// the process, and not with whatever else the process closes. Where folders cannot be locked nothing is
+// removed.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::string& target) {
+    const size_t slash = target.rfind('/');
+    const std::string folder = target.substr(0, std::max<size_t>(slash, 1));
+    folder_ = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);  // tidy-allow: a folder, no file
+    if (folder_ < 0) return;
+    if (flock(folder_, LOCK_EX | LOCK_NB) == 0) RemoveLeftovers(folder, target.substr(slash + 1));
+    while (flock(folder_, LOCK_SH) != 0 && errno == EINTR) {
+    }
+  }
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+  ~FolderLock() {
+    if (folder_ >= 0) close(folder_);
+  }
+
+ private:
+  // What fails here fails for the next one too, and harms nobody.
+  static void RemoveLeftovers(const std::string& folder, const std::string& target_name) {
+    struct CloseFolder {
+      void operator()(DIR* opened) const noexcept { closedir(opened); }
+    };
+    const std::unique_ptr<DIR, CloseFolder> opened(opendir(folder.c_str()));
+    while (const dirent* entry = opened == nullptr ? nullptr : readdir(opened.get())) {
+      if (!IsNewFileOf(target_name, entry->d_name)) continue;
+      const std::string path = folder + "/" + entry->d_name;
+      struct stat facts;
+      if (lstat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && !SharedFile::IsOpen(path))
+        unlink(path.c_str());
+    }
+  }
+
+  int folder_ = -1;
+};
+
 // A file under a name of its own beside the target; gone with this record unless it was published.
 class NewFile {
  public:
-  explicit NewFile(const std::string& target) : target_(target) {
+  explicit NewFile(const std::string& target) : lock_(target), target_(target) {
     char suffix[24];
     std::snprintf(suffix, sizeof suffix, "~%016llx",
                   static_cast<unsigned long long>(Process().random->U64()));
     path_ = target + suffix;
-    for (const char* beside : {"", "-wal", "-shm", "-journal"}) leftovers_.push_back(path_ + beside);
+    for (const char* beside : kBesides) leftovers_.push_back(path_ + beside);
   }
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
@@ -127,6 +184,7 @@ class NewFile {
   }
 
  private:
+  const FolderLock lock_;
   const std::string target_;
   std::string path_;
   std::vector<std::string> leftovers_;  // made beforehand: the end of a failure must need no memory
