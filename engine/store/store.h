@@ -108,6 +108,7 @@ struct NoteChange {
   ChangeKind kind = ChangeKind::kStored;
 };
 
+class WordIndex;    // engine/store/fulltext.h
 class WriteTarget;  // engine/store/write_target.h: what stands behind a Write
 
 // One write: several changes that are made together or not at all. Holds its handle until it ends, so it
@@ -217,6 +218,9 @@ class Database {
   // Shows the same changes newest first, from the handle's own that wait on, until the visitor returns false.
   // False when the journal ended before the visitor did, and did not reach back to the making of the file.
   virtual bool ChangesBackward(Visitor<bool(const NoteChange& change)> visitor) = 0;
+
+  // The word index of the database, made or not; it lives as long as the handle is open.
+  virtual WordIndex& Words() = 0;
 
   virtual SizeInfo Sizes() = 0;
 

@@ -79,6 +79,7 @@ void Handle::Close() {
   KeepFirst(&first, lost_);
   LeaveFile();
   EndView();
+  words_.reset();
   statements_.reset();
   connection_.reset();
   state_ = State::kNone;

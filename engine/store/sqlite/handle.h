@@ -21,6 +21,7 @@
 #include "store/sqlite/change_counter.h"
 #include "store/sqlite/committer.h"
 #include "store/sqlite/connection.h"
+#include "store/sqlite/fulltext.h"
 #include "store/sqlite/schema.h"
 #include "store/sqlite/shared_file.h"
 #include "store/store.h"
@@ -56,6 +57,7 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   uint64_t CountNotes() override;
   bool ChangesSince(uint64_t sequence, Visitor<void(const NoteChange&)> visitor) override;
   bool ChangesBackward(Visitor<bool(const NoteChange&)> visitor) override;
+  WordIndex& Words() override;  // sqlite/fulltext.cpp
   SizeInfo Sizes() override;
   uint64_t InstanceId() override;
   uint16_t FileClass() const override { return file_class_; }
@@ -66,6 +68,7 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   CompactReport Compact() override;
 
  private:
+  friend class FullText;
   enum class State : uint8_t { kNone, kView, kBatch };
 
   struct Change {
@@ -166,6 +169,7 @@ class Handle final : public Database, private WriteTarget, private FileUser, pri
   std::recursive_mutex mutex_;
   std::unique_ptr<Connection> connection_;  // null once closed
   std::unique_ptr<StatementSet> statements_;
+  std::unique_ptr<FullText> words_;  // once asked for
   std::shared_ptr<SharedFile> file_;
   State state_ = State::kNone;
   uint32_t readings_ = 0, holds_ = 0;

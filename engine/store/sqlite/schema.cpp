@@ -31,6 +31,14 @@ constexpr TableRow kSchema[] = {
     {"journal", "CREATE TABLE journal(sequence INTEGER PRIMARY KEY,changes BLOB NOT NULL)"},
 };
 
+// What a word index adds, always all of it; SQLite makes the tables behind the first.
+constexpr TableRow kWordIndex[] = {
+    {"words", kWordsTable},
+    {"words_data", "CREATE TABLE 'words_data'(id INTEGER PRIMARY KEY, block BLOB)"},
+    {"words_idx", "CREATE TABLE 'words_idx'(segid, term, pgno, PRIMARY KEY(segid, term)) WITHOUT ROWID"},
+    {"words_config", "CREATE TABLE 'words_config'(k PRIMARY KEY, v) WITHOUT ROWID"},
+};
+
 constexpr char kInstanceKey[] = "instance";
 
 // Offsets in the header of an SQLite file; its numbers are big-endian.
@@ -141,17 +149,25 @@ void VerifySchema(Connection& connection) {
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(rows.get(), index));
     return std::string_view(text == nullptr ? "" : text);
   };
+  // Compaction puts the tables of a word index in another order.
+  std::array<uint32_t, 2> seen{};
   int result = SQLITE_OK;
-  const TableRow* expected = std::begin(kSchema);
   while ((result = sqlite3_step(rows.get())) == SQLITE_ROW) {
-    if (expected == std::end(kSchema) || column(0) != "table" || column(1) != expected->name ||
-        column(2) != expected->name || column(3) != expected->text) {
+    const auto is_this = [&](const TableRow& row) { return column(1) == row.name; };
+    const auto* const own = std::ranges::find_if(kSchema, is_this);
+    const auto* const words = std::ranges::find_if(kWordIndex, is_this);
+    const bool is_own = own != std::end(kSchema);
+    if (!is_own && words == std::end(kWordIndex)) Fail(status::kDamaged);
+    const TableRow& expected = is_own ? *own : *words;
+    const auto bit = uint32_t{1} << (is_own ? own - std::begin(kSchema) : words - std::begin(kWordIndex));
+    if (column(0) != "table" || column(2) != expected.name || column(3) != expected.text)
       Fail(status::kDamaged);
-    }
-    ++expected;
+    if ((seen[is_own] & bit) != 0) Fail(status::kDamaged);
+    seen[is_own] |= bit;
   }
   if (result != SQLITE_DONE) Connection::FailWith(result);
-  if (expected != std::end(kSchema)) Fail(status::kDamaged);
+  constexpr uint32_t kAllOwn = (1u << std::size(kSchema)) - 1, kAllWords = (1u << std::size(kWordIndex)) - 1;
+  if (seen[true] != kAllOwn || (seen[false] != 0 && seen[false] != kAllWords)) Fail(status::kDamaged);
 }
 
 FileMark MarkOf(const std::string& path) {
