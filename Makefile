@@ -1,6 +1,6 @@
 # Two commands matter on a fresh machine: `make demo` and `make test`. Both install what is missing first.
 PACKAGES := g++ cmake ninja-build pkg-config python3 libsqlite3-dev libicu-dev libsodium-dev libzstd-dev \
-            libxxhash-dev libroaring-dev libgtest-dev
+            libxxhash-dev libroaring-dev libstemmer-dev libgtest-dev
 JOBS ?= $(shell nproc)
 
 .PHONY: all deps build demo test tidy bench clean
