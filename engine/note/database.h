@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -94,6 +95,23 @@ class DatabaseWrite {
   bool names_added_ = false;
 };
 
+// What a higher layer keeps with an open database. Any thread.
+class KeptRecord {
+ public:
+  std::shared_ptr<const void> Get() const {
+    const std::lock_guard lock(mutex_);
+    return record_;
+  }
+  void Set(std::shared_ptr<const void> record) {
+    const std::lock_guard lock(mutex_);
+    record_ = std::move(record);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<const void> record_;
+};
+
 class Database {
  public:
   // `given_path` is the engine text the user gave, `file_path` what the system calls the file (see path.h).
@@ -139,6 +157,7 @@ class Database {
   }
   NameDictionary& Names() noexcept { return names_; }
   const NameDictionary& Names() const noexcept { return names_; }
+  KeptRecord& KeptFullText() noexcept { return full_text_; }
   // Learns the names that came into the store since.
   void RefreshNames();
 
@@ -192,6 +211,7 @@ class Database {
   std::atomic<bool> open_{true};
   std::atomic<uint32_t> uses_{0};
   NameDictionary names_;
+  KeptRecord full_text_;
 };
 
 // Open databases of the process by their handles.

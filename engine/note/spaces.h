@@ -13,6 +13,7 @@ inline constexpr store::Space kObjects = 5;   // objects, see object.h
 inline constexpr store::Space kObjectUses =
     6;  // object, note id, 4 bytes each: the stored note names the object
 // 0x10 to 0x1f: what else belongs to databases as a whole.
-// 0x20 and above: collections, full text and others; each says so in its own header.
+inline constexpr store::Space kFullText = 0x20;  // documents of the full-text index, see fulltext/index.h
+// 0x21 and above: collections and others; each says so in its own header.
 
 }  // namespace brynd::space

@@ -58,7 +58,8 @@ class WordIndex {
   virtual void Tokens(std::string_view prefix, Visitor<bool(std::string_view token)> visitor) = 0;
 
   // Changes, inside the open Write of the database. Make fails with kInternal when there is an index, Drop is
-  // content when there is none.
+  // content when there is none. Both want the transaction for themselves: they fail with kBusy when lazy
+  // writes of the handle wait in it, which Flush ends.
   virtual void Make() = 0;
   virtual void Drop() = 0;
   virtual void Add(uint32_t document, std::string_view tokens) = 0;

@@ -139,6 +139,33 @@ TEST_F(WordIndexTest, Add_AbandonedBehindALazyWrite_OnlyThatIsGone) {
   EXPECT_EQ(1u, postings.size());
 }
 
+TEST_F(WordIndexTest, Make_AfterDropAbandoned_FormerIndexStands) {
+  Make();
+  Add({{1, "red"}});
+  {
+    store::Write write = database_->BeginWrite();
+    database_->Words().Add(2, "red");
+    database_->Words().Drop();
+    database_->Words().Make();
+    database_->Words().Add(1, "blue");
+    write.PutNote(1, BytesOf("note"));
+  }
+  EXPECT_EQ((Hits{{1, 1}}), Word("red"));
+  Add({{2, "red"}});
+  EXPECT_EQ((Hits{{1, 1}, {2, 1}}), Word("red"));
+  EXPECT_EQ(0u, database_->CountNotes());
+}
+
+TEST_F(WordIndexTest, Make_LazyWritesWait_BusyAndTheyStay) {
+  store::Write lazy = database_->BeginWrite();
+  lazy.PutNote(1, BytesOf("note"));
+  lazy.Commit(store::Durability::kLazy);
+  EXPECT_EQ(status::kBusy, AtBoundary([&] { Make(); }));
+  database_->Flush();
+  Make();
+  EXPECT_EQ(1u, database_->CountNotes());
+}
+
 TEST_F(WordIndexTest, Change_OutsideAWrite_Internal) {
   EXPECT_EQ(status::kInternal, AtBoundary([&] { database_->Words().Make(); }));
   Make();

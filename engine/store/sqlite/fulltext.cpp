@@ -257,9 +257,16 @@ void FullText::Execute(const char* text) {
   if (const int result = handle_.connection_->Run(text)) FailIndex(result);
 }
 
+// Taking back a table that was made and dropped behind a savepoint leaves SQLite with a transaction that it
+// cannot commit, and lazy writes with it.
+void FullText::CheckAlone() const {
+  if (handle_.batch_.lazy_writes != 0) Fail(status::kBusy);
+}
+
 void FullText::Make() {
   Ready();
   if (Exists()) Fail(status::kInternal);
+  CheckAlone();
   Change(0, [&] {
     Execute(kWordsTable);
     Execute(kSetMemory);
@@ -269,6 +276,7 @@ void FullText::Make() {
 void FullText::Drop() {
   Ready();
   if (!Exists()) return;
+  CheckAlone();
   Change(0, [&] { Execute("DROP TABLE words"); });
 }
 

@@ -33,6 +33,7 @@ class FullText final : public WordIndex {
   template <class Body>
   void Change(size_t byte_count, Body&& body);
   void Execute(const char* text);
+  void CheckAlone() const;
   bool TakeHit(const Fts5ExtensionApi* api, Fts5Context* context) noexcept;
   static void OnHit(const Fts5ExtensionApi* api, Fts5Context* context, sqlite3_context* result, int,
                     sqlite3_value**) noexcept;
