@@ -73,9 +73,8 @@ constexpr LaterCall kLaterCalls[] = {
     LATER(EngItemToComposite), LATER(EngDbAccessGet),
     LATER(EngCollectionOpen), LATER_CLOSE(EngCollectionClose), LATER(EngCollectionUpdate),
     LATER(EngCollectionRead), LATER(EngCollectionFindKey), LATER(EngCollectionFindName),
-    LATER(EngTranslateSpecial), LATER(EngFullTextIndexBuild), LATER(EngFullTextIndexDelete),
-    LATER(EngFullTextSearchOpen), LATER(EngFullTextSearchRun),
-    LATER_CLOSE(EngFullTextSearchClose), LATER(EngFolderNew), LATER(EngFolderDuplicate),
+    LATER(EngTranslateSpecial),
+    LATER(EngFolderNew), LATER(EngFolderDuplicate),
     LATER(EngFolderRemove), LATER(EngFolderEntriesAdd), LATER(EngFolderEntriesRemove),
     LATER(EngFolderEntriesRemoveAll), LATER(EngFolderEntriesCount), LATER(EngMailBoxOpen),
     LATER_CLOSE(EngMailBoxClose), LATER(EngMailMessageCreate), LATER_CLOSE(EngMailMessageClose),
@@ -141,10 +140,4 @@ TEST(BoundaryTest, EngLibraryFree_NothingLoaded_BadHandle) {
 }
 
 }  // namespace
-TEST(ApiBoundaryTest, EngFullTextIndexTimeGet_AnyDatabase_NoIndex) {
-  TIMEDATE time{{1, 2}};
-  EXPECT_EQ(EngFullTextIndexTimeGet(0, &time), 0xf02);
-  EXPECT_EQ(time.Innards[0], 1u);
-}
-
 }  // namespace brynd
