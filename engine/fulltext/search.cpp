@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include "base/boundary.h"
@@ -170,6 +171,17 @@ class Confinement {
     if (confine_ != nullptr && !confine_->Contains(note_id)) return false;
     return !ordered_ || std::ranges::binary_search(in_order_, note_id);
   }
+  // The documents of the id table; nothing without one.
+  std::optional<Documents> DocumentsIn(const IndexState& state) const {
+    if (confine_ == nullptr) return std::nullopt;
+    Documents documents;
+    confine_->ForEach([&](uint32_t note_id) {
+      if (const uint32_t document = state.DocumentOf(note_id)) documents.push_back(document);
+      return true;
+    });
+    std::ranges::sort(documents);
+    return documents;
+  }
 
  private:
   const IdTable* confine_;
@@ -210,8 +222,11 @@ SearchResult Search(Database& database, const SearchRequest& request) {
                                            : MakeScanLists(database, query.root, request.confine, settings);
   Evaluation evaluation(*lists);
   const Confinement confinement(request);
+  // Scores compare a note with all others. Without them a few notes need not be found among all.
+  const std::optional<Documents> within =
+      scored || state == nullptr ? std::nullopt : confinement.DocumentsIn(*state);
   std::vector<Hit> hits;
-  for (const uint32_t document : evaluation.Evaluate(query.root, nullptr, scored)) {
+  for (const uint32_t document : evaluation.Evaluate(query.root, within ? &*within : nullptr, scored)) {
     const uint32_t note_id = lists->NoteOf(document);
     if (confinement.Takes(note_id)) hits.push_back({.document = document, .note_id = note_id});
   }

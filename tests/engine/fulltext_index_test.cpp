@@ -130,6 +130,24 @@ TEST_F(FullTextIndexTest, Search_OtherHandleChanged_SeesIt) {
   ASSERT_EQ(0, EngDbClose(other));
 }
 
+// Who cannot write cannot bring the index up to date, and searches the notes themselves.
+TEST_F(FullTextIndexTest, Search_ReadOnlyAndBehind_SameHits) {
+  const uint32_t first = Put("red apple");
+  ASSERT_EQ(0, Build());
+  const auto reader = Database::OpenFile(Owner().FilePath(), "test", {.read_only = true});
+  const auto found = [&] { return fulltext::Search(*reader, {.query = "apple"}).note_ids; };
+  EXPECT_EQ(Ids{first}, found());
+  EXPECT_NE(nullptr, fulltext::FreshState(*reader));
+  const uint32_t second = Put("green apple");
+  EXPECT_EQ((Ids{first, second}), found());
+  EXPECT_EQ(nullptr, fulltext::FreshState(*reader));
+  EXPECT_EQ((Ids{first, second}), Find("apple"));
+  Owner().Store().Flush();
+  EXPECT_EQ((Ids{first, second}), found());
+  EXPECT_NE(nullptr, fulltext::FreshState(*reader));
+  reader->Close();
+}
+
 TEST_F(FullTextIndexTest, Search_DesignNotes_AreNoHits) {
   const EngNote note = NewNote();
   uint16_t note_class = 4;
