@@ -23,7 +23,7 @@ FUNCTION_LINES_MAX = 70
 COLUMNS_MAX = 110
 
 # Layers of the engine, lowest first; a folder may include its own and lower ones.
-LAYERS = ["base", "store", "formula", "note", "fulltext", "api"]
+LAYERS = ["base", "store", "formula", "note", "collection", "fulltext", "api"]
 
 LINE_RULES = [
     # (pattern, applies to path, text)
