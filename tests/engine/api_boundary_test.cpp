@@ -71,12 +71,7 @@ EngStatus Numbered(uint32_t number) {
 
 constexpr LaterCall kLaterCalls[] = {
     LATER(EngItemToComposite), LATER(EngDbAccessGet),
-    LATER(EngCollectionOpen), LATER_CLOSE(EngCollectionClose), LATER(EngCollectionUpdate),
-    LATER(EngCollectionRead), LATER(EngCollectionFindKey), LATER(EngCollectionFindName),
-    LATER(EngTranslateSpecial),
-    LATER(EngFolderNew), LATER(EngFolderDuplicate),
-    LATER(EngFolderRemove), LATER(EngFolderEntriesAdd), LATER(EngFolderEntriesRemove),
-    LATER(EngFolderEntriesRemoveAll), LATER(EngFolderEntriesCount), LATER(EngMailBoxOpen),
+    LATER(EngTranslateSpecial), LATER(EngMailBoxOpen),
     LATER_CLOSE(EngMailBoxClose), LATER(EngMailMessageCreate), LATER_CLOSE(EngMailMessageClose),
     LATER(EngMailItemGet), LATER(EngMailItemGetHandle), LATER(EngMailHeaderItemAdd),
     LATER(EngMailHeaderItemAddByHandle), LATER(EngMailHeaderItemReplace), LATER(EngMailTransferLocal),
