@@ -68,7 +68,7 @@ uint32_t NewFolder(const std::shared_ptr<Database>& database, const FolderSource
   if (is_private) SetOwner(*note, UserName());
   DatabaseWrite write(*database);
   note->SaveInto(write, {});
-  const uint32_t folder = note->Header().note_id;
+  const uint32_t folder = database->Store().LastNoteId();  // a new note's id is above all others
   if (with_entries) {
     const IdTable members = MembersOf(*database, source_id);
     members.ForEach([&](uint32_t note_id) {

@@ -1,6 +1,7 @@
 #include "collection/index.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <mutex>
 
@@ -23,7 +24,7 @@ void AppendHigh(uint32_t number, std::string* text) {
   for (int shift = 24; shift >= 0; shift -= 8) text->push_back(static_cast<char>(number >> shift));
 }
 
-void WriteReference(const NodeReference& reference, ByteBuilder* out) {
+void WriteReference(const NodeReference& reference, ByteWriter* out) {
   out->U32(reference.number);
   out->U32(reference.level);
   out->U64(reference.checksum);
@@ -89,7 +90,8 @@ std::optional<Head> ReadHead(Database& database, const std::string& key) {
 }
 
 void PutHead(store::Write& write, const std::string& key, const Head& head) {
-  ByteBuilder out;
+  std::array<std::byte, kHeadBytes> stored;
+  ByteWriter out(stored);
   out.U64(0);
   out.U32(kHeadVersion);
   out.U32(head.collection);
@@ -102,8 +104,8 @@ void PutHead(store::Write& write, const std::string& key, const Head& head) {
   out.U32(head.documents);
   WriteReference(head.rows, &out);
   WriteReference(head.finder, &out);
-  StoreU64(out.At(0), Checksum64(out.View().subspan(8)));
-  write.PutRecord(kHeadSpace, BytesOf(key), out.View());
+  StoreU64(stored.data(), Checksum64(Bytes(stored).subspan(8)));
+  write.PutRecord(kHeadSpace, BytesOf(key), stored);
 }
 
 std::shared_ptr<NodeCache> SharedCache(uint64_t file_number, uint32_t collection) {

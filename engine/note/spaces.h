@@ -10,10 +10,9 @@ inline constexpr store::Space kValues = 2;    // note id, number, 4 bytes each -
 inline constexpr store::Space kDesign = 3;    // design index, see design_index.h
 inline constexpr store::Space kDatabase = 4;  // facts about the database, by their names: see database.h
 inline constexpr store::Space kObjects = 5;   // objects, see object.h
-inline constexpr store::Space kObjectUses =
-    6;  // object, note id, 4 bytes each: the stored note names the object
+inline constexpr store::Space kObjectUses = 6;  // object, note id, 4 bytes each: a note that names it
 // 0x10 to 0x1f: what else belongs to databases as a whole.
-inline constexpr store::Space kFullText = 0x20;  // documents of the full-text index, see fulltext/index.h
-// 0x21 and above: collections and others; each says so in its own header.
+inline constexpr store::Space kFullText = 0x30;  // documents of the full-text index, see fulltext/index.h
+// 0x20 to 0x2f: collections, see collection/tree.h. Others say so in their own headers.
 
 }  // namespace brynd::space

@@ -99,7 +99,7 @@ class ViewFixture : public NoteFixture {
     }
     AppendRaw(note, "$Formula", BRTYPE_FORMULA, FormulaOf(selection, columns, responses));
     AppendRaw(note, "$ViewFormat", 5, ViewFormat(columns));
-    EXPECT_EQ(0, EngNoteUpdate(note, 4));
+    EXPECT_EQ(0, EngNoteUpdate(note, 0));
     const uint32_t id = IdOf(note);
     EXPECT_EQ(0, EngNoteClose(note));
     return id;

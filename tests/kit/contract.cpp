@@ -240,7 +240,8 @@ static bool Holds(const std::vector<uint32_t>& statuses, uint32_t status) {
 
 // Closing and freeing go on whatever they are told; a function may report their failure or not.
 static constexpr const char* kIgnoredEverywhere[] = {"EngMemFree", "EngMemUnlock",      "EngNoteClose",
-                                                     "EngDbClose", "EngIdTableDestroy", "EngComputeEnd"};
+                                                     "EngDbClose", "EngIdTableDestroy", "EngComputeEnd",
+                                                     "EngCollectionClose"};
 
 static bool Ignores(const Row& row, const std::string& call) {
   const auto named = [&](const char* name) { return call == name; };
