@@ -82,14 +82,22 @@ uint32_t NewRecord(_api_session* session, const OPENED& opened, _DATABASE** dbas
   auto* record = KVIAllocate<_DATABASE>();
   if (record == nullptr) return KVFAIL_NO_MEMORY;
   KVGuard free_record([&] { KVIFree(record); });
-  if (uint32_t status = _KVINewHandle(session, &record->database)) return status;
-
+  _KVDBINFO* fresh = nullptr;
+  KVGuard free_fresh([&] {
+    if (fresh != nullptr) FreeDbInfo(fresh);
+  });
   _KVDBINFO* dbinfo = _KVISessionGetDbInfo(session, opened.dbhand);
   if (dbinfo == nullptr) {
-    if (uint32_t status = KVIDbInfoCreate(opened.dbhand, opened.server, opened.filepath, &dbinfo))
+    if (uint32_t status = KVIDbInfoCreate(opened.dbhand, opened.server, opened.filepath, &fresh))
       return status;
-    dbinfo->next = session->dbinfo_list;
-    session->dbinfo_list = dbinfo;
+    dbinfo = fresh;
+  }
+  // The last step that can fail, so that an open that fails skips no number.
+  if (uint32_t status = _KVINewHandle(session, &record->database)) return status;
+  free_fresh.Dismiss();
+  if (fresh != nullptr) {
+    fresh->next = session->dbinfo_list;
+    session->dbinfo_list = fresh;
   }
   ++dbinfo->usage_count;
   record->dbhand = opened.dbhand;
@@ -249,17 +257,45 @@ uint32_t ClearAcl(_api_session* session, _DATABASE* dbase) {
   return KVError(brstatus);
 }
 
-// The caches of forms, views, agents and shared fields are empty as long as nothing reads design elements.
-[[maybe_unused]] bool HasNoSpecs(const _KVDBINFO* dbinfo) {
-  return dbinfo->forms == nullptr && dbinfo->views == nullptr && dbinfo->agents == nullptr &&
-         dbinfo->sfields == nullptr;
+// Nothing reads views or agents yet: their caches are empty.
+[[maybe_unused]] bool HasNoOtherSpecs(const _KVDBINFO* dbinfo) {
+  return dbinfo->views == nullptr && dbinfo->agents == nullptr;
+}
+
+// Forms first: their slots may hold copies of shared fields, which own what the copies show.
+void FreeSpecs(_KVDBINFO* dbinfo) {
+  while (_FORMSPEC* form = dbinfo->forms) {
+    dbinfo->forms = form->next;
+    ClearForm(form);
+  }
+  while (_SHAREDFIELDSPEC* field = dbinfo->sfields) {
+    dbinfo->sfields = field->next;
+    ClearField(&field->fieldspec);
+    KVIFree(field);
+  }
+}
+
+// A further handle of the session on the same database; null when there is none.
+_DATABASE* OtherHandle(_api_session* session, const _DATABASE* dbase) {
+  for (_DATABASE* other : session->dbtab)
+    for (; other != nullptr; other = other->next)
+      if (other != dbase && other->dbinfo == dbase->dbinfo) return other;
+  return nullptr;
+}
+
+// What was read through a handle that goes stays for the others: it belongs to one of them from here.
+void PassOnSpecs(_api_session* session, const _DATABASE* dbase) {
+  _DATABASE* heir = OtherHandle(session, dbase);
+  for (_FORMSPEC* form = dbase->dbinfo->forms; form != nullptr; form = form->next)
+    if (form->pdbase == dbase) form->pdbase = heir;
 }
 
 uint32_t ClearDbInfo(_api_session* session, _DATABASE* dbase) {
   _KVDBINFO* dbinfo = dbase->dbinfo;
   if (dbinfo == nullptr) return KVSUCCESS;
   if (dbinfo->usage_count != 0) return KVFAIL_INTERNAL;
-  assert(HasNoSpecs(dbinfo));
+  assert(HasNoOtherSpecs(dbinfo));
+  FreeSpecs(dbinfo);
   _KVDBINFO** place = &session->dbinfo_list;
   while (*place != nullptr && *place != dbinfo) place = &(*place)->next;
   if (*place != nullptr) *place = dbinfo->next;
@@ -360,7 +396,10 @@ uint32_t _CloseDATABASE(_api_session* session, uint32_t database, uint32_t dbclo
   for (int state : kTeardownBeforeAcl) _ClearDatabaseState(session, dbase, state, &dbclose_flags);
   const uint32_t status = _ClearDatabaseState(session, dbase, kStateAcl, nullptr);
   for (int state : kTeardownAfterAcl) _ClearDatabaseState(session, dbase, state, nullptr);
-  if (--dbase->dbinfo->usage_count == 0) _ClearDatabaseState(session, dbase, kStateDbInfo, nullptr);
+  if (--dbase->dbinfo->usage_count == 0)
+    _ClearDatabaseState(session, dbase, kStateDbInfo, nullptr);
+  else
+    PassOnSpecs(session, dbase);
   // A list that could not be written back is not lost behind a close that looks done: the engine's database
   // stays open.
   if (status == KVSUCCESS) {

@@ -64,9 +64,10 @@ const char* NullIfEmpty(const char* text) { return KVIEmpty(text) ? nullptr : te
 
 uint32_t OpenTemplate(const _api_session* session, const char* server, const char* filepath,
                       CREATION* creation) {
+  // As for KVDatabaseOpen, a network path that cannot be built is empty, and then names no database.
   char netpath[kNetPathBytes];
   const char* path;
-  if (uint16_t brstatus = _KVIDbPath(session, server, filepath, netpath, &path)) return brstatus;
+  (void)_KVIDbPath(session, server, filepath, netpath, &path);
   if (uint16_t brstatus = EngDbOpen(path, &creation->template_db)) return KVIMapStatus(brstatus, kNoTemplate);
   return EngDbInfoGet(creation->template_db, creation->template_info);
 }
@@ -153,9 +154,9 @@ uint16_t FillNewDatabase(const char* path, const CREATION& creation) {
 struct COPY {
   EngDb source;
   uint32_t dbcopy_flags;
-  uint16_t class_mask;
-  TIMEDATE since;
-  char info[kDbInfoBytes];  // of the copy, with KVDBCOPY_KEEP_INFO
+  uint16_t doc_class;           // 0: all classes
+  const KVDATETIME* doc_begin;  // null: from the beginning
+  char info[kDbInfoBytes];      // of the copy, with KVDBCOPY_KEEP_INFO
 };
 
 // The information of the copy: the source's, field by field, under the new title if there is one.
@@ -173,7 +174,7 @@ uint32_t TakeSourceInfo(const char* dest_title, COPY* copy) {
 }
 
 uint16_t PutNewDesign(EngDb dbhand, const COPY& copy) {
-  if ((copy.class_mask & BRCLASS_VIEW) == 0)
+  if ((copy.doc_class & BRCLASS_VIEW) == 0)
     if (uint16_t brstatus = KVIDbCreateDefaultView(dbhand)) return brstatus;
   return copy.dbcopy_flags & KVDBCOPY_ACL ? uint16_t{0} : PutEmptyAcl(dbhand);
 }
@@ -185,7 +186,13 @@ uint16_t CopyReplicaInfo(EngDb source, EngDb destination) {
 }
 
 uint16_t CopyContents(const COPY& copy, EngDb dbhand) {
-  if (uint16_t brstatus = EngDbCopy(copy.source, dbhand, &copy.since, copy.class_mask)) return brstatus;
+  TIMEDATE since;
+  if (copy.doc_begin != nullptr)
+    since = KVILoad<TIMEDATE>(copy.doc_begin);
+  else if (uint16_t brstatus = EngTimeSpecial(kSinceAll, &since))
+    return brstatus;
+  const uint16_t class_mask = copy.doc_class == 0 ? uint16_t{BRCLASS_ALL} : copy.doc_class;
+  if (uint16_t brstatus = EngDbCopy(copy.source, dbhand, &since, class_mask)) return brstatus;
   if (copy.dbcopy_flags & KVDBCOPY_KEEP_INFO) {
     if (uint16_t brstatus = EngDbInfoSet(dbhand, copy.info)) return brstatus;
     if (uint16_t brstatus = KVIDbRefreshIconInfo(dbhand, copy.info)) return brstatus;
@@ -219,14 +226,6 @@ uint16_t CopyToPath(const _api_session* session, const COPY& copy, const char* p
   const uint16_t brstatus = CopyIntoNew(copy, path);
   if (brstatus) EngDbDelete(path);
   return brstatus;
-}
-
-uint32_t PrepareCopy(const KVDATETIME* doc_begin, const char* dest_title, COPY* copy) {
-  if (copy->dbcopy_flags & KVDBCOPY_KEEP_INFO)
-    if (uint32_t status = TakeSourceInfo(NullIfEmpty(dest_title), copy)) return status;
-  if (doc_begin == nullptr) return EngTimeSpecial(kSinceAll, &copy->since);
-  copy->since = KVILoad<TIMEDATE>(doc_begin);
-  return KVSUCCESS;
 }
 
 }  // namespace
@@ -282,11 +281,10 @@ uint32_t KVDatabaseCopy(const char* src_server, const char* src_filepath, const 
   if (KVIEmpty(src_filepath)) return KVError(KVFAIL_NULL_PARAM);
   if (KVIEmpty(dest_filepath)) return KVError(KVFAIL_NULL_PARAM);
 
-  const auto class_word = static_cast<uint16_t>(doc_class);
   COPY copy{.source = 0,
             .dbcopy_flags = dbcopy_flags,
-            .class_mask = class_word == 0 ? uint16_t{BRCLASS_ALL} : class_word,
-            .since = {},
+            .doc_class = static_cast<uint16_t>(doc_class),
+            .doc_begin = doc_begin,
             .info = {}};
   char netpath[kNetPathBytes];
   const char* path;
@@ -294,8 +292,8 @@ uint32_t KVDatabaseCopy(const char* src_server, const char* src_filepath, const 
     return KVError(brstatus);
   if (uint16_t brstatus = EngDbOpen(path, &copy.source)) return KVError(KVIMapStatus(brstatus, kNoDatabase));
   KVGuard close_source([&] { EngDbClose(copy.source); });
-  if (uint32_t status = PrepareCopy(doc_begin, dest_title, &copy)) return KVError(status);
-
+  if (dbcopy_flags & KVDBCOPY_KEEP_INFO)
+    if (uint32_t status = TakeSourceInfo(NullIfEmpty(dest_title), &copy)) return KVError(status);
   if (uint16_t brstatus = _KVIDbPath(session, dest_server, dest_filepath, netpath, &path))
     return KVError(brstatus);
   if (uint16_t brstatus = CopyToPath(session, copy, path)) return KVError(brstatus);

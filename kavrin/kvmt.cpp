@@ -179,9 +179,9 @@ uint32_t KVISessPoolInit(KVSESSIONPOOL* pSessPool) {
   pSessPool->Size = kPoolGrowth;
   pSessPool->Count = 0;
   pSessPool->Next = 0;
-  if (KVIEventInit(&pSessPool->NoThread) != KVSUCCESS) return KVFAIL_NO_MEMORY;
+  if (uint32_t status = KVIEventInit(&pSessPool->NoThread)) return status;
   KVGuard destroy_event([&] { KVIEventDestroy(&pSessPool->NoThread); });
-  if (KVIRWGuardInit(&pSessPool->RWSynch) != KVSUCCESS) return KVFAIL_NO_MEMORY;
+  if (uint32_t status = KVIRWGuardInit(&pSessPool->RWSynch)) return status;
   destroy_event.Dismiss();
   free_slots.Dismiss();
   return KVSUCCESS;

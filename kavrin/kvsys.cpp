@@ -94,11 +94,10 @@ KVFILE KVIFileOpenTemp(char* filename, uint16_t flags) {
   constexpr unsigned kTempNameCount = 65000;
   if ((flags & KVFILE_CREATE) == 0) return nullptr;
   const MODEROW* mode = FindMode(flags);
-  if (mode == nullptr) return nullptr;
   for (unsigned number = 0; number < kTempNameCount; ++number) {
     std::snprintf(filename, kTempNameBytes, "KVI%05u.TMP", number);
+    if (mode == nullptr) continue;  // no name opens in a mode that is none
     if (KVFILE file = std::fopen(filename, mode->fresh)) return file;
-    if (errno != EEXIST) return nullptr;  // no other name will do better
   }
   return nullptr;
 }

@@ -1,6 +1,7 @@
 // Whole databases: create, delete, copy, compact, the default view.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -311,6 +312,17 @@ TEST_F(TemplateTest, KVDatabaseCreate_TemplateOnLocalServer_OpensByPlainPath) {
   EXPECT_EQ(spy.Count("EngNetPathBuild"), 1u);
 }
 
+TEST_F(AdminTest, KVDatabaseCreate_TemplatePathThatCannotBeBuilt_EmptyPathAndEngineStatus) {
+  constexpr uint16_t kDirectory = 0x10c;  // which the empty path names, and it is no template
+  const std::string long_path(3000, 'x');
+  Spy spy;
+  EXPECT_EQ(
+      KVDatabaseCreate(nullptr, Path("new.qdb").c_str(), nullptr, nullptr, "There", long_path.c_str(), 0, 0),
+      kDirectory);
+  EXPECT_EQ(spy.Find("EngDbOpen")->texts[0], "");
+  EXPECT_FALSE(Exists("new.qdb"));
+}
+
 // Each engine call of a create fails in turn: the status is the engine's, and no file is left; or the call is
 // one whose failure means nothing here, and the database is whole.
 TEST_F(AdminTest, KVDatabaseCreate_AnyEngineCallFails_NothingIsLeftBehind) {
@@ -437,7 +449,8 @@ TEST_F(CopyTest, KVDatabaseCopy_AllClasses_EverythingButTheTexts) {
   const EngineDatabase copy(Path("copy.qdb"));
   EXPECT_EQ(CountNotes(copy, 1), 2u);
   EXPECT_EQ(CountNotes(copy, 4), 1u);
-  EXPECT_EQ(CountNotes(copy, 8), CountNotes(EngineDatabase(Path("source.qdb")), 8));
+  // The word 0 has no bit for views, so the new database gets its own view besides those of the source.
+  EXPECT_EQ(CountNotes(copy, 8), CountNotes(EngineDatabase(Path("source.qdb")), 8) + 1);
   EXPECT_EQ(Field(copy, 2), "");
 }
 
@@ -447,6 +460,25 @@ TEST_F(CopyTest, KVDatabaseCopy_WithoutViews_NewDatabaseGetsADefaultView) {
   EXPECT_EQ(CountNotes(data, 1), 2u);
   EXPECT_EQ(CountNotes(data, 4), 0u);
   EXPECT_NE(DefaultView(data), 0u);
+}
+
+TEST_F(CopyTest, KVDatabaseCopy_WithViews_NewDatabaseGetsNoFurtherView) {
+  ASSERT_EQ(Copy("source.qdb", "all.qdb", 0, 0x7fff), KVSUCCESS);
+  EXPECT_EQ(CountNotes(EngineDatabase(Path("all.qdb")), 8),
+            CountNotes(EngineDatabase(Path("source.qdb")), 8));
+}
+
+TEST_F(CopyTest, KVDatabaseCopy_SinceTime_AskedForOnceTheDestinationStands) {
+  Spy spy;
+  ASSERT_EQ(Copy("source.qdb", "copy.qdb"), KVSUCCESS);
+  const std::vector<std::string> names = spy.Names();
+  const auto place = [&](const char* name) { return std::find(names.begin(), names.end(), name); };
+  EXPECT_LT(place("EngDbCreate"), place("EngTimeSpecial"));
+  EXPECT_LT(place("EngDbAclStore"), place("EngTimeSpecial"));
+  EXPECT_EQ(place("EngTimeSpecial") + 1, place("EngDbCopy"));
+  Fault fault = Fault::EngineCall(1, kEngineFailure, "EngTimeSpecial");
+  EXPECT_EQ(Copy("source.qdb", "other.qdb"), kEngineFailure);
+  EXPECT_FALSE(Exists("other.qdb"));
 }
 
 TEST_F(CopyTest, KVDatabaseCopy_ClassMask_IsCutTo16Bits) {

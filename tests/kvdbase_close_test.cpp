@@ -324,6 +324,62 @@ TEST_F(DatabaseTest, ClearDatabaseState_DbInfoInUse_InternalAndNothingTouched) {
   EXPECT_EQ(KVDatabaseClose(database, 0), KVSUCCESS);
 }
 
+// What a database has read of its design, as forms and shared fields do.
+_FORMSPEC* AddForm(_DATABASE* dbase, uint32_t formid) {
+  auto* form = KVIAllocate<_FORMSPEC>();
+  form->pdbase = dbase;
+  form->formid = formid;
+  form->name = KVICopyText("Form", 4);
+  form->fieldcount = 2;
+  form->fieldlist = KVIAllocate<FIELDSPEC>(2);
+  form->fieldlist[0].name = KVICopyText("Field", 5);
+  form->next = dbase->dbinfo->forms;
+  dbase->dbinfo->forms = form;
+  return form;
+}
+
+void AddSharedField(_DATABASE* dbase, uint32_t noteid) {
+  auto* field = KVIAllocate<_SHAREDFIELDSPEC>();
+  field->noteid = noteid;
+  field->fieldspec.name = KVICopyText("Shared", 6);
+  field->fieldspec.dvformula = KVICopyText("formula", 7);
+  field->next = dbase->dbinfo->sfields;
+  dbase->dbinfo->sfields = field;
+}
+
+TEST_F(DatabaseTest, ClearDatabaseState_DbInfo_FormsAndSharedFieldsAreFreed) {
+  const int64_t blocks = kit::HeapBlocks();
+  const uint32_t database = Open();
+  for (uint32_t id : {7u, 8u, 9u}) {
+    AddForm(Record(database), id);
+    AddSharedField(Record(database), id + 100);
+  }
+  // A slot with a shared field shows what its record owns; a slot with a subform points at another spec.
+  _FORMSPEC* form = Record(database)->dbinfo->forms;
+  form->fieldlist[0].flags = 0;
+  form->fieldlist[1] = Record(database)->dbinfo->sfields->fieldspec;
+  form->fieldlist[1].flags = KVFIELD_SHARED;
+  form->next->fieldlist[1].psubform = form;
+  EXPECT_EQ(KVDatabaseClose(database, 0), KVSUCCESS);
+  EXPECT_EQ(kit::HeapBlocks(), blocks);
+}
+
+TEST_F(DatabaseTest, KVDatabaseClose_OneOfTwoHandles_SpecsStayAndBelongToTheOther) {
+  const uint32_t one = Open();
+  const uint32_t other = Open();
+  _FORMSPEC* first = AddForm(Record(one), 7);
+  _FORMSPEC* second = AddForm(Record(other), 8);
+  AddSharedField(Record(one), 9);
+  const _KVDBINFO* dbinfo = Record(other)->dbinfo;
+  EXPECT_EQ(KVDatabaseClose(one, 0), KVSUCCESS);
+  EXPECT_EQ(dbinfo->forms, second);
+  EXPECT_EQ(second->next, first);
+  EXPECT_NE(dbinfo->sfields, nullptr);
+  EXPECT_EQ(first->pdbase, Record(other));
+  EXPECT_EQ(second->pdbase, Record(other));
+  EXPECT_EQ(KVDatabaseClose(other, 0), KVSUCCESS);
+}
+
 TEST_F(DatabaseTest, ClearDatabaseState_OtherNumbers_DoNothing) {
   const uint32_t database = Open();
   Spy spy;

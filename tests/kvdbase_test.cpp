@@ -115,6 +115,43 @@ TEST_F(DatabaseTest, KVDatabaseOpen_Twice_HandlesAreNumberedInARow) {
   EXPECT_EQ(KVDatabaseClose(other, 0), KVSUCCESS);
 }
 
+TEST_F(DatabaseTest, KVDatabaseOpen_AnyFailure_SkipsNoNumber) {
+  const uint32_t next = KVICurrentSession()->next_handle;
+  uint32_t database = 0;
+  for (uint32_t nth = 1;; ++nth) {
+    Fault fault = Fault::Allocation(nth);
+    const uint32_t status = KVDatabaseOpen(nullptr, path_.c_str(), 0, &database);
+    fault.Disarm();
+    if (status == KVSUCCESS) {
+      EXPECT_EQ(KVICurrentSession()->next_handle, next + 1);
+      EXPECT_EQ(KVDatabaseClose(database, 0), KVSUCCESS);
+      if (!fault.Hit()) break;
+      KVICurrentSession()->next_handle = next;
+      continue;
+    }
+    EXPECT_EQ(KVICurrentSession()->next_handle, next) << nth << fault.hit_name();
+    EXPECT_EQ(KVICurrentSession()->dbinfo_list, nullptr);
+  }
+}
+
+TEST_F(DatabaseTest, KVDatabaseReopen_NoMemory_SkipsNoNumber) {
+  const uint32_t database = Open();
+  const _KVDBINFO* dbinfo = KVICurrentSession()->dbinfo_list;
+  kit::InSession([&] {
+    const uint32_t next = KVICurrentSession()->next_handle;
+    uint32_t alias = 0;
+    for (uint32_t nth = 1; alias == 0; ++nth) {
+      Fault fault = Fault::Allocation(nth);
+      KVDatabaseReopen(database, 1, &alias);
+      fault.Disarm();
+      EXPECT_EQ(KVICurrentSession()->next_handle, next + (alias != 0)) << nth;
+    }
+    EXPECT_EQ(KVDatabaseClose(alias, 0), KVSUCCESS);
+  });
+  EXPECT_EQ(KVICurrentSession()->dbinfo_list, dbinfo);
+  EXPECT_EQ(KVDatabaseClose(database, 0), KVSUCCESS);
+}
+
 TEST_F(DatabaseTest, KVDatabaseOpen_SameDatabaseTwice_SharesTheRecordOfTheFirst) {
   const std::string title(127, 't');
   const uint32_t one = Open();

@@ -110,7 +110,14 @@ TEST_F(SystemTest, KVIFileOpenTemp_WithoutCreate_NoNameWritten) {
   char name[kTempNameBytes] = "untouched";
   EXPECT_EQ(KVIFileOpenTemp(name, KVFILE_READ), nullptr);
   EXPECT_STREQ(name, "untouched");
+}
+
+TEST_F(SystemTest, KVIFileOpenTemp_NoSuchMode_AllNamesTriedAndNoFileMade) {
+  char name[kTempNameBytes] = "untouched";
+  const size_t before = FilesHere().size();
   EXPECT_EQ(KVIFileOpenTemp(name, KVFILE_READ | KVFILE_CREATE), nullptr);
+  EXPECT_STREQ(name, "KVI64999.TMP");
+  EXPECT_EQ(FilesHere().size(), before);
 }
 
 TEST_F(SystemTest, KVIFileOpenTemp_TakenNames_NextFreeNumber) {
@@ -132,12 +139,13 @@ TEST_F(SystemTest, KVIFileOpenTemp_TakenNames_NextFreeNumber) {
     EXPECT_TRUE(KVIFileDelete(made));
 }
 
-TEST_F(SystemTest, KVIFileOpenTemp_NoFolderToWriteIn_FailsAtOnce) {
+TEST_F(SystemTest, KVIFileOpenTemp_NoFolderToWriteIn_FailsWhenTheNamesAreUsedUp) {
   std::filesystem::create_directory("gone");
   std::filesystem::current_path("gone");
   std::filesystem::remove(directory().File("gone"));
   char name[kTempNameBytes];
   EXPECT_EQ(KVIFileOpenTemp(name, KVFILE_WRITE | KVFILE_CREATE), nullptr);
+  EXPECT_STREQ(name, "KVI64999.TMP");
   std::filesystem::current_path(directory().path());
 }
 

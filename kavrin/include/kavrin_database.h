@@ -193,8 +193,8 @@ KVAPI uint32_t KVDatabaseDelete(const char* server, const char* filepath);
  *  @param dest_title [optional] with KVDBCOPY_KEEP_INFO the title of the copy instead of the source's, at
  *         most 127 characters; without that flag it is ignored.
  *  @param dbcopy_flags KVDBCOPY_*.
- *  @param doc_class mask of the classes to copy, 16 bits; 0 for all. A new database without the views (8)
- *         gets an empty view.
+ *  @param doc_class mask of the classes to copy, 16 bits; 0 for all. A new database gets a view of all
+ *         documents unless the mask has the bit of the views (8), which 0 has not.
  *  @param doc_begin [optional] only records changed since then are copied.
  *  @return KVSUCCESS; KVFAIL_NULL_PARAM for a null or empty path (source, then destination);
  *          KVFAIL_NO_DATABASE when there is no source; KVFAIL_DATA_TOO_LONG for dest_title; or a status of
