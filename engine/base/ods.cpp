@@ -28,6 +28,8 @@ constexpr OdsRow kOds[] = {
     {113, "2w d"},                   // CDTEXT: head, font
     {114, "2b 6w 5w"},               // CDDOCUMENT: head, colours and flags, spare
     {118, "2w 3w 4b 4b d 7w"},       // CDFIELD: head, flags, formats, font, lengths
+    {119, "2w 3w 4b 4b d 6w"},       // CDFIELD_PRE_36: the same without the length of the choices
+    {230, "2w w d w"},               // CDHOTSPOTBEGIN: head, type, flags, data length
     {316, "2b"},                     // head of an agent's action list
     {332, "3w d"},                   // a formula action: signature, length, operation, formula length
     {374, "2w"},                     // head of an agent's run list: entries, spare
@@ -90,6 +92,7 @@ static_assert(WidthOf(29) == 10 && WidthOf(30) == 32, "view formats");
 static_assert(WidthOf(43) == 38 && WidthOf(428) == 46, "view formats, second part");
 static_assert(WidthOf(59) == 6 && WidthOf(60) == 7, "collations");
 static_assert(WidthOf(110) == 70 && WidthOf(114) == 24 && WidthOf(118) == 36, "composite records");
+static_assert(WidthOf(119) == 34 && WidthOf(230) == 12, "composite records, later and older ones");
 static_assert(WidthOf(332) == 10 && WidthOf(374) + WidthOf(375) == 16, "agent actions and runs");
 static_assert(WidthOf(0x7001) == 102 && WidthOf(0x7002) == 48, "agent schedules");
 

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "base/process.h"
+#include "base/settings.h"
 #include "base/text.h"
 #include "engine/note_fixture.h"
 #include "engine/test_random.h"
@@ -11,6 +13,16 @@
 using namespace brynd;
 
 namespace {
+
+// Settings that name the user alone.
+class UserSettings : public SettingsStore {
+ public:
+  std::optional<std::string> Get(std::string_view name) override {
+    return name == "UserName" ? std::optional(user) : std::nullopt;
+  }
+  void Set(std::string_view, std::string_view) override {}
+  std::string user;
+};
 
 class DesignIndexTest : public NoteFixture {
  protected:
@@ -114,6 +126,95 @@ TEST_F(DesignIndexTest, FindPrivate_OwnersRecordsAlone) {
   EXPECT_EQ(theirs, design_index::FindPrivate(Owner(), "MINE", 8, "CN=Bob/O=X"));
   EXPECT_EQ(0u, design_index::FindPrivate(Owner(), "mine", 8, "CN=Cid/O=X"));
   EXPECT_EQ(0u, design_index::FindPrivate(Owner(), "mine", 4, "CN=Ann/O=X"));
+}
+
+TEST_F(DesignIndexTest, EngDesignFind_SharedRecord_NotFoundAmongPrivateOnesAndOutputsLeftAlone) {
+  uint32_t id = 5;
+  EXPECT_EQ(status::kNotFound, EngDesignFind(db_, "Name", 8, &id));
+  EXPECT_EQ(status::kNotFound, EngDesignFindPrivate(db_, "Name", 8, &id));
+  EXPECT_EQ(5u, id);
+  EXPECT_EQ(status::kBadArgument, EngDesignFind(db_, nullptr, 8, &id));
+  EXPECT_EQ(status::kBadArgument, EngDesignFind(db_, "Name", 8, nullptr));
+  EXPECT_EQ(status::kBadHandle, EngDesignFind(db_ + 1, "Name", 8, &id));
+  EXPECT_EQ(status::kBadHandle, EngDesignFindPrivate(db_ + 1, "Name", 8, &id));
+  EXPECT_EQ(5u, id);
+  const uint32_t shared = StoreDesign(8, "Name");
+  EXPECT_EQ(0, EngDesignFind(db_, "name", 8, &id));
+  EXPECT_EQ(shared, id);
+  EXPECT_EQ(status::kNotFound, EngDesignFindPrivate(db_, "Name", 8, &id));
+}
+
+TEST_F(DesignIndexTest, EngDesignFindPrivate_CurrentUser_OwnRecordsAlone) {
+  const std::string user = "CN=Ann/O=X";
+  UserSettings settings;
+  settings.user = user;
+  const SeamGuard guard(Process().settings, static_cast<SettingsStore*>(&settings));
+  const uint32_t mine = StoreDesign(0x1008, "Mine|Alias", user);
+  StoreDesign(0x1008, "Theirs", user + "x");
+  uint32_t id = 0;
+  for (const char* name : {"MINE|alias", "mine", "ALIAS"}) {
+    EXPECT_EQ(0, EngDesignFindPrivate(db_, name, 8, &id)) << name;
+    EXPECT_EQ(mine, id);
+    EXPECT_EQ(status::kNotFound, EngDesignFind(db_, name, 8, &id)) << name;
+  }
+  EXPECT_EQ(status::kNotFound, EngDesignFindPrivate(db_, "Theirs", 8, &id));
+  settings.user = user + "x";
+  EXPECT_EQ(status::kNotFound, EngDesignFindPrivate(db_, "Mine", 8, &id));
+  EXPECT_EQ(0, EngDesignFindPrivate(db_, "Theirs", 8, &id));
+}
+
+TEST_F(DesignIndexTest, EngDesignFind_SharedFields_HaveAClassOfTheirOwn) {
+  const uint32_t form = StoreDesign(4, "Same"), field = StoreDesign(0x400, "Same|Other");
+  EXPECT_EQ(form, Find("same", 4));
+  EXPECT_EQ(field, Find("same", 0x400));
+  EXPECT_EQ(field, Find("other", 0x400));
+  EXPECT_EQ(0u, Find("other", 4));
+}
+
+TEST_F(DesignIndexTest, EngDesignFind_CopiedRecord_FoundUnderItsNewTitle) {
+  const uint32_t id = StoreDesign(0x8004, "First|Alias");
+  const EngNote source = OpenNote(id);
+  EngNote copy = 0;
+  ASSERT_EQ(0, EngNoteCopy(source, &copy));
+  const uint32_t none = 0;
+  const uint16_t plain = 4;
+  ORIGINATORID originator{};
+  ASSERT_EQ(0, EngDbOidGenerate(db_, &originator));
+  ASSERT_EQ(0, EngNoteInfoSet(copy, 2, &originator));
+  ASSERT_EQ(0, EngNoteInfoSet(copy, 1, &none));
+  ASSERT_EQ(0, EngNoteInfoSet(copy, 3, &plain));
+  ASSERT_EQ(0, EngItemTextSet(copy, "$TITLE", "Second", 0xffff));
+  ASSERT_EQ(0, EngNoteUpdate(copy, 0));
+  EXPECT_NE(id, IdOf(copy));
+  EXPECT_EQ(IdOf(copy), Find("second", 4));
+  EXPECT_EQ(id, Find("first", 4));
+  EXPECT_EQ(id, Find("alias", 4));
+  EXPECT_EQ(id, Owner().SpecialId(4));
+  EXPECT_EQ(0, EngNoteClose(copy));
+  EXPECT_EQ(0, EngNoteClose(source));
+}
+
+TEST_F(DesignIndexTest, EngDesignFind_SecondHandle_SeesWhatTheFirstCommits) {
+  EngDb other = 0;
+  ASSERT_EQ(0, EngDbReopen(db_, &other));
+  uint32_t id = 0;
+  EXPECT_EQ(status::kNotFound, EngDesignFind(other, "One", 4, &id));
+  EXPECT_EQ(status::kNotFound, EngDbSpecialIdGet(other, 0x8004, &id));
+  const uint32_t form = StoreDesign(0x8004, "One");
+  EXPECT_EQ(0, EngDesignFind(other, "one", 4, &id));
+  EXPECT_EQ(form, id);
+  EXPECT_EQ(0, EngDbSpecialIdGet(other, 0x8004, &id));
+  EXPECT_EQ(form, id);
+  const EngNote note = OpenNote(form);
+  ASSERT_EQ(0, EngItemTextSet(note, "$TITLE", "Two", 0xffff));
+  ASSERT_EQ(0, EngNoteUpdate(note, 0));
+  ASSERT_EQ(0, EngNoteClose(note));
+  EXPECT_EQ(status::kNotFound, EngDesignFind(other, "One", 4, &id));
+  EXPECT_EQ(0, EngDesignFind(other, "Two", 4, &id));
+  ASSERT_EQ(0, EngNoteDelete(db_, form, 0));
+  EXPECT_EQ(status::kNotFound, EngDesignFind(other, "Two", 4, &id));
+  EXPECT_EQ(status::kNotFound, EngDbSpecialIdGet(other, 0x8004, &id));
+  EXPECT_EQ(0, EngDbClose(other));
 }
 
 TEST_F(DesignIndexTest, EngDbSpecialIdGet_DefaultRecordOfEachClass) {
