@@ -254,11 +254,6 @@ uint32_t KVIFormatFailure(CONVERSION* conversion, uint16_t brstatus) {
   return conversion->untouched ? KVFAIL_BAD_FORMAT : KVError(brstatus);
 }
 
-uint32_t _CompConvert(_api_session*, _DOCUMENT*, uint32_t, uint32_t, const void*, uint32_t, uint32_t, void*,
-                      uint32_t*, const char*, uint32_t, const FORMAT*) {
-  return kEngNotAvailable;
-}
-
 uint32_t _DataLength(_api_session* session, uint32_t src_type, uint32_t src_len, const void* src_buf,
                      uint32_t dest_type, uint32_t flags, const FORMAT* format, uint32_t* nonrange_count,
                      uint32_t* dest_len) {

@@ -58,9 +58,16 @@ uint32_t OpenFormula(CONVERSION* conversion, uint64_t known_bytes) {
   return KVSUCCESS;
 }
 
+// A composite is told by its handle; only a stored one has a length of its own.
+uint32_t OpenComposite(CONVERSION* conversion, uint64_t known_bytes) {
+  constexpr uint32_t kHandleBytes = 4;
+  conversion->src_bytes = known_bytes == kUnknownBytes ? kHandleBytes : static_cast<uint32_t>(known_bytes);
+  return KVSUCCESS;
+}
+
 using OPEN = uint32_t (*)(CONVERSION* conversion, uint64_t known_bytes);
 constexpr OPEN kOpen[kKVTypeCount] = {OpenText,  OpenScalar, OpenText, OpenScalar, OpenTextList,
-                                      OpenRange, OpenRange,  OpenText, OpenFormula};
+                                      OpenRange, OpenRange,  OpenComposite, OpenFormula};
 
 uint32_t CountLineEnds(const char* text, uint32_t text_bytes) {
   uint32_t count = 0;

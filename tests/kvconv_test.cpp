@@ -174,12 +174,17 @@ TEST_F(ConvertTest, KVConvert_PairsThatDoNotConvert_IllegalAndBufferUntouched) {
   EXPECT_EQ(refused, 81u - 34u);
 }
 
-TEST_F(ConvertTest, CompConvert_EachCompositePair_NotAvailable) {
-  constexpr std::pair<uint16_t, uint16_t> kPairs[] = {
-      {KVTYPE_TEXT, KVTYPE_COMPOSITE}, {KVTYPE_COMPOSITE, KVTYPE_TEXT}, {KVTYPE_COMPOSITE, KVTYPE_COMPOSITE}};
-  for (const auto& [src, dest] : kPairs) {
-    EXPECT_EQ(Convert(src, "text", dest, 100), kEngNotAvailable);
-    EXPECT_EQ(LastError().status, kEngNotAvailable);
+TEST_F(ConvertTest, CompConvert_EachCompositePair_NeedsADocumentOrIsNotAvailable) {
+  struct Pair {
+    uint16_t src, dest;
+    uint32_t status;
+  };
+  constexpr Pair kPairs[] = {{KVTYPE_TEXT, KVTYPE_COMPOSITE, KVFAIL_ILLEGAL_CONVERSION},
+                             {KVTYPE_COMPOSITE, KVTYPE_TEXT, kEngNotAvailable},
+                             {KVTYPE_COMPOSITE, KVTYPE_COMPOSITE, KVFAIL_ILLEGAL_CONVERSION}};
+  for (const Pair& pair : kPairs) {
+    EXPECT_EQ(Convert(pair.src, "text", pair.dest, 100), pair.status);
+    EXPECT_EQ(LastError().status, pair.status);
     EXPECT_FALSE(LastError().message.empty());
     EXPECT_EQ(buffer_, std::string(buffer_.size(), kFill));
   }

@@ -38,7 +38,7 @@ typedef struct KVUNID {
 /** A font: face number, style bits, colour number and size in points. */
 typedef struct KVFONTSTYLE {
   uint8_t face;
-  uint8_t flags;
+  uint8_t font_flags;
   uint8_t color;
   uint8_t size;
 } KVFONTSTYLE;

@@ -75,8 +75,11 @@ uint32_t _DataConvert(_api_session* session, _DATABASE* dbase, _DOCUMENT* doc, u
                       const FORMAT* format, uint32_t dest_type, uint32_t dest_len, void* dest_buf,
                       uint32_t* actual_len);
 
-// All conversions from and to composites. Not available yet: returns the engine's status 0x1ff and changes
-// nothing.
+// All conversions from and to composites. A composite as source or result is its handle in 4 bytes, but for
+// a read from a document, whose source are the items of that name. Those from and to text are not available
+// yet: the engine's status 0x1ff. KVFAIL_BAD_COMPOSITE, KVFAIL_ILLEGAL_CONVERSION (no document),
+// KVFAIL_NO_MEMORY, KVFAIL_INTERNAL (a record that no item holds), KVFAIL_BAD_FORMAT, or an engine status;
+// what the engine refuses is reported to the session. A failed write changes nothing.
 uint32_t _CompConvert(_api_session* session, _DOCUMENT* doc, uint32_t src_type, uint32_t src_len,
                       const void* src_buf, uint32_t dest_type, uint32_t dest_len, void* dest_buf,
                       uint32_t* actual_len, const char* itemname, uint32_t flags, const FORMAT* format);
