@@ -20,8 +20,6 @@ constexpr uint16_t kDeleteEngineWord = 0x200;
 constexpr uint32_t kReleaseFlagsMask =
     KVDOCWRITE_ENGINE_MASK | KVDOCWRITE_NOCOMMIT | KVDOCWRITE_COMMIT | KVDOCWRITE_DISCARD;
 static_assert(kReleaseFlagsMask == 0x30105);
-constexpr uint32_t kDesignSubform = 0x2;          // bit of a form's design flags
-constexpr uint32_t kFormStoredInDocument = 0x20;  // bit of a form's flags
 
 // The two families of commit bits have other values on purpose: they belong to two public interfaces.
 bool DelaysCommit(const _DATABASE* dbase, uint32_t flags, uint32_t no_commit, uint32_t commit) {
@@ -52,11 +50,6 @@ uint32_t Report(uint32_t kept, uint16_t brstatus) {
   if (kept) return KVError(kept);
   if (brstatus) return KVError(brstatus);
   return KVSUCCESS;
-}
-
-void FreeExecuteResult(_DOCUMENT* doc) {
-  if (doc->exechand) EngMemFree(doc->exechand);
-  doc->exechand = 0;
 }
 
 // A record with its handle, in no table yet; null when there is no memory or no handle left.
@@ -105,14 +98,14 @@ uint32_t FindForm(_api_session* session, _DATABASE* dbase, uint32_t formid, _FOR
   if (formid == 0) return KVSUCCESS;
   (void)_KVIFormGetSpec(session, dbase, formid, nullptr, formspec);
   if (*formspec == nullptr) return KVFAIL_NO_FORM;
-  if ((*formspec)->design_flags & kDesignSubform) return KVFAIL_NO_FORM;
+  if ((*formspec)->design_flags & KVDESIGN_SUBFORM) return KVFAIL_NO_FORM;
   return KVSUCCESS;
 }
 
 // A new document names its form, or carries a copy of it when the form asks for that.
 uint32_t PutForm(_DATABASE* dbase, EngNote note, const _FORMSPEC* formspec) {
   if (formspec == nullptr) return KVSUCCESS;
-  if (formspec->flags & kFormStoredInDocument) return EmbedForm(dbase, note, formspec->name);
+  if (formspec->flags & KVFORMSPEC_IN_DOCUMENT) return EmbedForm(dbase, note, formspec->name);
   return EngItemTextSet(note, "Form", formspec->name, formspec->namelen);
 }
 
@@ -180,7 +173,7 @@ uint32_t KVDocumentSave(uint32_t document, uint32_t docwrite_flags) {
     return KVSUCCESS;
   }
   uint32_t kept = StoreComposites(session, doc);
-  FreeExecuteResult(doc);
+  _KVIFreeExecuteResult(doc);
   uint16_t brstatus = 0;
   if (doc->dirty) {
     const uint16_t word = UpdateWord(doc, docwrite_flags);
@@ -325,13 +318,8 @@ static uint32_t ClearValues(_api_session* session, _DOCUMENT* doc) {
   }
   KVIFree(doc->title);
   doc->title = nullptr;
-  FreeExecuteResult(doc);
-  if (doc->embedded_form) {
-    _FORMSPEC* own_form = doc->form != nullptr ? doc->form : doc->form_save;
-    if (own_form != nullptr) _ClearForm(session, own_form);
-    doc->form = doc->form_save = nullptr;
-    doc->embedded_form = 0;
-  }
+  _KVIFreeExecuteResult(doc);
+  _KVIReleaseOwnForm(session, doc);
   return KVSUCCESS;
 }
 

@@ -161,6 +161,88 @@ TEST_F(ProcessTest, KVDocumentSave_TwoProcessesWithTwoThreadsEach_NoUpdateLost) 
   });
 }
 
+// ---- Design elements of another process
+
+bool Pass(int pipe_end) { return write(pipe_end, "x", 1) == 1; }
+bool Await(int pipe_end) {
+  char byte = 0;
+  return read(pipe_end, &byte, 1) == 1;
+}
+
+bool StoreForm(EngDb dbhand, const char* title, uint32_t id) {
+  const uint16_t form_class = BRCLASS_FORM;
+  EngNote note = 0;
+  if (id == 0 ? EngNoteCreate(dbhand, &note) : EngNoteOpen(dbhand, id, 0, &note)) return false;
+  bool done = EngNoteInfoSet(note, 3, &form_class) == 0;
+  done = done && EngItemTextSet(note, "$TITLE", title, 0xffff) == 0 && EngNoteUpdate(note, 0) == 0;
+  return EngNoteClose(note) == 0 && done;
+}
+
+uint32_t FormId(EngDb dbhand, const char* name) {
+  uint32_t id = 0;
+  return EngDesignFind(dbhand, name, BRCLASS_FORM, &id) == 0 ? id : 0;
+}
+
+// Names of all forms, each followed by a blank.
+std::string ListForms(uint32_t database) {
+  std::string names;
+  KVFORMSUMM summ;
+  for (int32_t list = KVLIST_REFRESH; KVFormList(database, list, &summ) == KVSUCCESS; list = KVLIST_NEXT)
+    names += std::string(summ.name) + " ";
+  return names;
+}
+
+// Stores, renames and deletes forms whenever it is told to go on.
+bool ChangeForms(const std::string& ini, const std::string& path, int go, int done) {
+  Library library(ini);
+  uint32_t database = 0;
+  EngDb dbhand = 0;
+  if (!Await(go) || KVDatabaseOpen(nullptr, path.c_str(), 0, &database) != KVSUCCESS) return false;
+  if (KVDatabaseGetBryndHandle(database, KVTOBRYND_GET_HANDLE, &dbhand) != KVSUCCESS) return false;
+  if (!StoreForm(dbhand, "One", 0) || !StoreForm(dbhand, "Two|Alias", 0) || !Pass(done)) return false;
+  if (!Await(go) || !StoreForm(dbhand, "Renamed", FormId(dbhand, "one")) || !Pass(done)) return false;
+  if (!Await(go) || EngNoteDelete(dbhand, FormId(dbhand, "alias"), 0) || !Pass(done)) return false;
+  return KVDatabaseClose(database, 0) == KVSUCCESS;
+}
+
+// Keeps one handle open all the time and looks each time the other has changed something.
+bool WatchForms(const std::string& ini, const std::string& path, int go, int done) {
+  Library library(ini);
+  uint32_t database = 0;
+  EngDb dbhand = 0;
+  if (KVDatabaseOpen(nullptr, path.c_str(), 0, &database) != KVSUCCESS) return false;
+  if (KVDatabaseGetBryndHandle(database, KVTOBRYND_GET_HANDLE, &dbhand) != KVSUCCESS) return false;
+  if (FormId(dbhand, "One") != 0 || !ListForms(database).empty()) return false;
+  if (!Pass(go) || !Await(done)) return false;
+  const uint32_t one = FormId(dbhand, "One");
+  if (one == 0 || FormId(dbhand, "alias") == 0 || ListForms(database) != "One Alias ") return false;
+  if (!Pass(go) || !Await(done)) return false;
+  if (FormId(dbhand, "One") != 0 || FormId(dbhand, "renamed") != one) return false;
+  if (ListForms(database) != "Renamed Alias ") return false;
+  if (!Pass(go) || !Await(done)) return false;
+  if (FormId(dbhand, "alias") != 0 || ListForms(database) != "Renamed ") return false;
+  return KVDatabaseClose(database, 0) == KVSUCCESS;
+}
+
+TEST_F(ProcessTest, KVFormList_FormsOfAnotherProcess_AreFoundAndListedAsTheyChange) {
+  MakeDatabase();
+  int go[2];
+  int done[2];
+  ASSERT_EQ(pipe(go), 0);
+  ASSERT_EQ(pipe(done), 0);
+  const pid_t watcher = StartChild([&] {
+    close(done[1]);
+    return WatchForms(ini(), path(), go[1], done[0]);
+  });
+  const pid_t changer = StartChild([&] {
+    close(go[1]);
+    return ChangeForms(ini(), path(), go[0], done[1]);
+  });
+  for (int end : {go[0], go[1], done[0], done[1]}) close(end);
+  EXPECT_EQ(WaitFor(watcher), 0);
+  EXPECT_EQ(WaitFor(changer), 0);
+}
+
 // What a child says of one stored document.
 struct Told {
   uint32_t docid;

@@ -2,10 +2,12 @@
 #ifndef KAVRIN_H
 #define KAVRIN_H
 
+#include "kavrin_composite.h"
 #include "kavrin_convert.h"
 #include "kavrin_database.h"
 #include "kavrin_datetime.h"
 #include "kavrin_document.h"
+#include "kavrin_form.h"
 #include "kavrin_item.h"
 #include "kavrin_list.h"
 #include "kavrin_session.h"

@@ -101,15 +101,28 @@ uint32_t _KVIDbFindDocByID(_api_session* session, const _DATABASE* pdbase, uint3
 uint32_t CopyDocument(const COPYINFO* copyinfo, uint32_t src_noteid, uint32_t* dest_noteid,
                       UNIVERSALNOTEID* dest_unid, const UNIVERSALNOTEID* parent);
 
-// Binding
+// Binding and computation
 
 // Resolves a name and a caller's type against the form in force. With no form the caller's type passes
 // through.
 uint32_t GetItemTypeInfo(_FORMSPEC* formspec, const char* itemname, const int32_t* itemtype,
                          int32_t* form_type, const _DATAFIELD* datafield, FORMAT** format,
                          FIELDSPEC** fieldspec);
-void _LoadDocumentForm(_api_session* session, _DATABASE* dbase, _DOCUMENT* doc);
+// The first cached spec of that name. KVFAIL_NOT_FOUND is not recorded.
+uint32_t KVIDbGetFormspecByFormName(_DATABASE* dbase, const char* szFormName, _FORMSPEC** ppformspec);
+// Binds a document to the form of its "Form" item, else to the one in its own items, else to the database's
+// default form. Always 0: doc->form tells.
+uint32_t _LoadDocumentForm(_api_session* session, _DATABASE* dbase, _DOCUMENT* doc);
+// Unbinds a document that goes away. A form that came out of its items is freed, or left to another document
+// that uses it.
+void _KVIReleaseOwnForm(_api_session* session, _DOCUMENT* doc);
+// Runs the form's formulas for a KVCOMPUTE_ event. What fails in a single field leaves it empty; an engine
+// status comes from the marks alone that a form wants in its documents.
 uint32_t _DocCompute(_api_session* session, _DOCUMENT* doc, int32_t ComputeEvent);
+// Evaluates a compiled formula and stores its value as the field. An engine status, or one of the conversion.
+uint32_t _ItemCompute(_api_session* session, _DOCUMENT* doc, const FIELDSPEC* fieldspec, const char* formula);
+// Frees the value of the last executed formula; safe without one.
+void _KVIFreeExecuteResult(_DOCUMENT* doc);
 
 // Items
 

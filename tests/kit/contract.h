@@ -112,6 +112,9 @@ std::vector<Row> ConvertRows();
 std::vector<Row> DatabaseRows();
 std::vector<Row> DocumentRows();
 std::vector<Row> ItemRows();
+std::vector<Row> DesignRows();
+std::vector<Row> FormRows();
+std::vector<Row> CompositeRows();
 std::vector<Row> AllRows();
 
 std::string NameOf(const Row& row);

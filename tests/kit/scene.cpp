@@ -26,6 +26,7 @@ Scene::Scene(std::string folder, Needs needs) : folder_(std::move(folder)) {
   }
   if (KVSetProperty(KVPROP_SESS_STRICT_BIND, &off) != KVSUCCESS) return;
   ready_ = OpenDatabases() && (needs == Needs::kDatabase || MakeDocuments());
+  if (ready_ && needs == Needs::kComposite) ready_ = MakeComposites();
 }
 
 Scene::~Scene() {
@@ -67,11 +68,26 @@ bool Scene::MakeDocuments() {
   return true;
 }
 
+// One that is new and not written yet, and one that is open on an item of the other document.
+bool Scene::MakeComposites() {
+  KVCDTEXT text{KVFONTSTYLE_DEFAULT, 4, const_cast<char*>("text")};
+  for (const size_t place : {4u, 5u}) {
+    if (KVCompositeCreate(handles_[place - 2], "Body", &handles_[place]) != KVSUCCESS) return false;
+    for (int i = 0; i < 3; ++i)
+      if (KVCDRecordInsert(handles_[place], 0, KVCDTYPE_TEXT, &text) != KVSUCCESS) return false;
+  }
+  return KVCompositeClose(handles_[5], 0) == KVSUCCESS &&
+         KVCompositeOpen(handles_[3], "Body", &handles_[5]) == KVSUCCESS;
+}
+
 uint32_t Scene::ClosedHandle(Object object) {
   uint32_t handle = 0;
   if (object == Object::kDatabase || object == Object::kOtherDatabase) {
     KVDatabaseOpen(nullptr, Text(File("one.qdb")), 0, &handle);
     KVDatabaseClose(handle, 0);
+  } else if (object == Object::kComposite || object == Object::kOtherComposite) {
+    KVCompositeCreate(handles_[2], nullptr, &handle);
+    KVCompositeClose(handle, 0);
   } else {
     KVDocumentCreate(handles_[0], 0, &handle);
     KVDocumentClose(handle, KVDOCWRITE_DISCARD);
@@ -80,7 +96,8 @@ uint32_t Scene::ClosedHandle(Object object) {
 }
 
 uint32_t Scene::WrongHandle(Object object) const {
-  const bool database = object == Object::kDatabase || object == Object::kOtherDatabase;
+  const bool database = object == Object::kDatabase || object == Object::kOtherDatabase ||
+                        object == Object::kComposite || object == Object::kOtherComposite;
   return database ? handles_[2] : handles_[0];
 }
 

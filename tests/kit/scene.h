@@ -12,8 +12,8 @@
 
 namespace kit {
 
-enum class Needs { kNothing, kDatabase, kDocument };
-enum class Object { kDatabase, kOtherDatabase, kDocument, kOtherDocument };
+enum class Needs { kNothing, kDatabase, kDocument, kComposite };
+enum class Object { kDatabase, kOtherDatabase, kDocument, kOtherDocument, kComposite, kOtherComposite };
 
 // Makes the databases that scenes open; once for a data directory, with the library started.
 bool MakeSceneFiles(const std::string& folder);
@@ -49,10 +49,11 @@ class Scene {
  private:
   bool OpenDatabases();
   bool MakeDocuments();
+  bool MakeComposites();
 
   std::string folder_;
   bool ready_ = false;
-  uint32_t handles_[4] = {};
+  uint32_t handles_[6] = {};
   uint32_t docid_ = 0;
   KVUNID unid_{};
   std::vector<std::unique_ptr<char[]>> blocks_;

@@ -14,7 +14,7 @@ static_assert(kAddress == 4 || kAddress == 8, "the interface is defined for thes
 static_assert(sizeof(KVDATETIME) == 8 && alignof(KVDATETIME) == 1 && offsetof(KVDATETIME, innards) == 0);
 static_assert(sizeof(KVUNID) == 16 && offsetof(KVUNID, unique) == 0 && offsetof(KVUNID, doc) == 8);
 static_assert(sizeof(KVFONTSTYLE) == 4 && offsetof(KVFONTSTYLE, face) == 0 &&
-              offsetof(KVFONTSTYLE, flags) == 1);
+              offsetof(KVFONTSTYLE, font_flags) == 1);
 static_assert(offsetof(KVFONTSTYLE, color) == 2 && offsetof(KVFONTSTYLE, size) == 3);
 static_assert(sizeof(KVDATETIMESUMM) == 40 && alignof(KVDATETIMESUMM) == 1 &&
               offsetof(KVDATETIMESUMM, year) == 0);
@@ -37,11 +37,47 @@ static_assert(offsetof(KVINTERNATIONAL, time_sep) == 46 && offsetof(KVINTERNATIO
 static_assert(offsetof(KVINTERNATIONAL, today_string) == 83 &&
               offsetof(KVINTERNATIONAL, tomorrow_string) == 115);
 
+static_assert(sizeof(KVCDPABDEF) == 124 && alignof(KVCDPABDEF) == 1);
+static_assert(offsetof(KVCDPABDEF, list_format) == 12 && offsetof(KVCDPABDEF, tab_twips) == 44);
+static_assert(sizeof(KVCDPABREF) == 4 && sizeof(CDTEXT) == 8 && sizeof(CDPABDEFINITION) == 70);
+static_assert(sizeof(CDFIELD) == 36 && sizeof(CDFIELD_PRE_36) == 34 && sizeof(CDDOCUMENT) == 24);
+
 // Public records with addresses.
+static_assert(sizeof(KVCDUNKNOWN) == 8 + kAddress && offsetof(KVCDUNKNOWN, buffer) == 8);
+static_assert(sizeof(KVCDTEXT) == 8 + kAddress && offsetof(KVCDTEXT, length) == 4);
+static_assert(sizeof(KVCDFIELD) == 76 + kAddress && offsetof(KVCDFIELD, format) == 16);
+static_assert(offsetof(KVCDFIELD, default_formula_length) == 52 && offsetof(KVCDFIELD, buffer) == 76);
+static_assert(sizeof(COMPDATA) == 124);
 static_assert(sizeof(KVITEM) == 4 + 65 + 4 + 4 + kAddress && alignof(KVITEM) == 1);
 static_assert(offsetof(KVITEM, type) == 0 && offsetof(KVITEM, name) == 4 &&
               offsetof(KVITEM, item_flags) == 69);
 static_assert(offsetof(KVITEM, length) == 73 && offsetof(KVITEM, value) == 77);
+
+static_assert(sizeof(KVFORM) == 4 + 16 + 8 + kAddress + 130 + 65 + 65 && alignof(KVFORM) == 1);
+static_assert(offsetof(KVFORM, form_flags) == 0 && offsetof(KVFORM, type) == 4 &&
+              offsetof(KVFORM, update) == 8);
+static_assert(offsetof(KVFORM, update_trigger) == 12 && offsetof(KVFORM, on_conflict) == 16);
+static_assert(offsetof(KVFORM, formopen_flags) == 20 && offsetof(KVFORM, background_color) == 24);
+static_assert(offsetof(KVFORM, window_title_formula) == 28 && offsetof(KVFORM, name) == 28 + kAddress);
+static_assert(offsetof(KVFORM, menu_name) == 158 + kAddress &&
+              offsetof(KVFORM, cascade_name) == 223 + kAddress);
+static_assert(kAddress == 8 || sizeof(KVFORM) == 292);
+static_assert(sizeof(KVSUBFORM) == 199 && offsetof(KVSUBFORM, name) == 4 &&
+              offsetof(KVSUBFORM, menu_name) == 134);
+static_assert(sizeof(KVFORMSUMM) == 268 && offsetof(KVFORMSUMM, hidden) == 4 &&
+              offsetof(KVFORMSUMM, name) == 8);
+static_assert(offsetof(KVFORMSUMM, menu_name) == 138 && offsetof(KVFORMSUMM, cascade_name) == 203);
+static_assert(sizeof(KVSUBFORMSUMM) == 199 && offsetof(KVSUBFORMSUMM, name) == 4 &&
+              offsetof(KVSUBFORMSUMM, menu_name) == 134);
+static_assert(sizeof(KVFIELD) == 117 + 5 * kAddress && alignof(KVFIELD) == 1);
+static_assert(offsetof(KVFIELD, field_flags) == 4 && offsetof(KVFIELD, keywords) == 8 &&
+              offsetof(KVFIELD, font) == 12);
+static_assert(offsetof(KVFIELD, format) == 16 && offsetof(KVFIELD, description) == 52);
+static_assert(offsetof(KVFIELD, keyword_list) == 52 + kAddress &&
+              offsetof(KVFIELD, default_value_formula) == 52 + 2 * kAddress);
+static_assert(offsetof(KVFIELD, input_translate_formula) == 52 + 3 * kAddress &&
+              offsetof(KVFIELD, input_validate_formula) == 52 + 4 * kAddress);
+static_assert(offsetof(KVFIELD, name) == 52 + 5 * kAddress && (kAddress == 8 || sizeof(KVFIELD) == 137));
 
 // Internal records that hold the engine's bytes.
 static_assert(sizeof(FORMAT) == 12 && offsetof(FORMAT, nfmt) == 0 && offsetof(FORMAT, tfmt) == 4);
