@@ -90,7 +90,7 @@ EngStatus EngFullTextIndexTimeGet(EngDb database, TIMEDATE* time) {
 EngStatus EngFullTextSearchOpen(EngSearch* search) {
   return AtBoundary([&]() -> EngStatus {
     if (search == nullptr) return status::kBadArgument;
-    Store<EngSearch>(search, fulltext::Searches().Add(std::make_unique<fulltext::SearchEntry>()));
+    Store<EngSearch>(search, fulltext::AddSearch());
     return status::kOk;
   });
 }

@@ -1,11 +1,13 @@
 #include "fulltext/search.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <optional>
 #include <utility>
 
 #include "base/boundary.h"
+#include "base/process.h"
 #include "base/time.h"
 #include "fulltext/lists.h"
 
@@ -240,6 +242,24 @@ SearchResult Search(Database& database, const SearchRequest& request) {
 SearchTable& Searches() {
   static SearchTable searches;
   return searches;
+}
+
+namespace {
+
+std::atomic<bool> closing_registered{false};
+
+void CloseSearches() {
+  closing_registered.store(false);
+  std::vector<uint32_t> handles;
+  Searches().ForEach([&](EngSearch handle, const SearchEntry&) { handles.push_back(handle); });
+  for (const EngSearch handle : handles) Searches().Remove(handle);
+}
+
+}  // namespace
+
+EngSearch AddSearch() {
+  if (!closing_registered.exchange(true)) Process().AtStop(CloseSearches);
+  return Searches().Add(std::make_unique<SearchEntry>());
 }
 
 }  // namespace brynd::fulltext

@@ -47,5 +47,6 @@ struct SearchEntry {
 };
 using SearchTable = HandleTable<SearchEntry, Handles32(HandleKind::kSearch)>;
 SearchTable& Searches();
+EngSearch AddSearch();  // closed when the engine stops, if not before
 
 }  // namespace brynd::fulltext
