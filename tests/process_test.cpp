@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <random>
@@ -306,6 +307,20 @@ TEST_F(ProcessTest, KVDocumentSave_ProcessKilledAtAnyMoment_NothingDurableLost) 
   }
   std::printf("%zu durable documents in 12 killed processes\n", told_count);
   EXPECT_GT(told_count, 0u);
+}
+
+TEST_F(ProcessTest, Exit_LibraryRunningAndDatabaseOpen_NoCrash) {
+  MakeDatabase();
+  const pid_t child = StartChild([&] {
+    uint32_t database = 0;
+    if (kit::StartLibrary(ini()) != KVSUCCESS) return false;
+    const int32_t off = 0;
+    KVSetProperty(KVPROP_SESS_STRICT_BIND, &off);
+    if (KVDatabaseOpen(nullptr, path().c_str(), 0, &database) != KVSUCCESS) return false;
+    if (StoreNumber(database, 7, KVDOCWRITE_NOCOMMIT) == 0) return false;
+    std::exit(0);  // with what exit runs: the ends of statics, which the other children go without
+  });
+  EXPECT_EQ(WaitFor(child), 0);
 }
 
 TEST_F(ProcessTest, KVDocumentSave_DelayedCommit_OtherProcessSeesItSoon) {

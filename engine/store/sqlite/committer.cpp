@@ -11,9 +11,10 @@ constexpr std::chrono::milliseconds kViewCheck{1000};
 
 }  // namespace
 
+// Never destroyed: a process may exit with databases open, whose handles go in their own time.
 Committer& Committer::OfProcess() {
-  static Committer committer;
-  return committer;
+  static Committer* const committer = new Committer;
+  return *committer;
 }
 
 Committer::~Committer() {
