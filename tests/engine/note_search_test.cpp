@@ -330,7 +330,6 @@ TEST_F(SearchTest, SearchNotes_TakesNothingFromTheHeapForANote) {
       EXPECT_EQ(0, EngNoteUpdate(note, i + 1 == count ? 0 : 4));
       EXPECT_EQ(0, EngNoteClose(note));
     }
-    Owner().Store().Flush();  // else the search may be the one to end the batch
   };
   add(300);
   AllocationsOfSearch(formula);
