@@ -28,7 +28,6 @@ struct CDSOURCE {
   uint32_t length;          // whole
   uint32_t fixed_bytes;     // of its fixed part
   bool is_direct;           // pointers instead of copies
-  bool is_sized;            // the length is asked for
   void* record;             // where to tell it; null for nowhere
   uint32_t variable_bytes;  // [out] of the variable part in its public form
 };

@@ -265,7 +265,8 @@ struct ROOM {
 
 bool FitsGrowthBlock(uint64_t bytes) { return bytes < kCompGrowthBytes; }
 
-// Finds room for a record with its pad: in the growth block at the end, in a new one there, or exactly.
+// Finds room for a record with its pad: in the growth block at the end, in a new one there, or exactly. What
+// was deleted at the front of a growth block still takes its room.
 uint32_t FindRoom(const _COMPOSITE* comp, _COMPNODE* candidate, uint32_t bytes, ROOM* room) {
   bool is_growth = false;
   if (candidate != nullptr || comp->nodelist == nullptr) {
@@ -346,7 +347,6 @@ uint32_t _CompData(_api_session* session, _DOCUMENT* document, const COMPRECORD*
                   .length = comprec->length,
                   .fixed_bytes = reader.fixed_bytes,
                   .is_direct = direct != 0,
-                  .is_sized = complen != nullptr,
                   .record = compbuf,
                   .variable_bytes = 0};
   if (const uint32_t status = reader.read(&source)) return status;

@@ -195,7 +195,6 @@ uint32_t KVICDPrepareField(CDDRAFT* draft) {
   if (!KVIFieldValidateName(field.buffer + formula_bytes, field.field_name_length))
     return draft->session->kvprog_version < kVersionFourth ? KVFAIL_NO_FIELD : KVFAIL_BAD_FIELD_NAME;
   if (static_cast<uint32_t>(field.keywords) > kKeywordsMax) return KVFAIL_BAD_ENUM;
-  if (static_cast<uint32_t>(field.type) >= kKVTypeCount) return KVFAIL_BAD_ENUM;
   const KVFORMAT format = field.format;
   NFMT nfmt;
   TFMT tfmt;
@@ -206,6 +205,8 @@ uint32_t KVICDPrepareField(CDDRAFT* draft) {
   if (sizeof(CDFIELD) + named_bytes > kCdLongLengthMax) return KVFAIL_DATA_TOO_LONG;
   draft->length = static_cast<uint32_t>(sizeof(CDFIELD) + named_bytes);
   if (const uint32_t status = CompileAll(draft, field)) return status;
+  // Last, as nothing but the table of stored types needs it.
+  if (static_cast<uint32_t>(field.type) >= kKVTypeCount) return KVFAIL_BAD_ENUM;
   return draft->length > kCdLongLengthMax ? uint32_t{KVFAIL_DATA_TOO_LONG} : uint32_t{KVSUCCESS};
 }
 
@@ -253,7 +254,7 @@ uint32_t KVICDReadField(CDSOURCE* source) {
     for (const EngMem hand : texts.hand)
       if (hand != 0) EngMemFree(hand);
   });
-  if (is_copy || (source->record == nullptr && source->is_sized)) {
+  if (is_copy || source->record == nullptr) {  // a listing, too, fails at a formula that cannot be told
     if (const uint32_t status = Decompile(*source, parts, &texts)) return status;
     source->variable_bytes = parts.rest_bytes + texts.bytes[0] + texts.bytes[1] + texts.bytes[2];
   }

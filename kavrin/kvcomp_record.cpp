@@ -69,9 +69,7 @@ uint32_t ReadRecord(uint32_t composite, uint32_t record_index, int direct, int32
   if (found_type != 0 && !_KVICDIsType(found_type)) return KVError(KVFAIL_BAD_ENUM);
   if (uint32_t status = CompGetRecord(comp, record_index, 0)) return KVError(status);
   uint32_t length = 0;
-  const bool is_sized = buffer_length != nullptr;
-  if (uint32_t status = _CompData(session, comp->doc, &comp->comprec, direct, &found_type,
-                                  is_sized ? &length : nullptr, cdrecord))
+  if (uint32_t status = _CompData(session, comp->doc, &comp->comprec, direct, &found_type, &length, cdrecord))
     return KVError(status);
   KVIStoreIf<int32_t>(cdtype, found_type);
   KVIStoreIf<uint32_t>(buffer_length, length);
@@ -99,9 +97,7 @@ uint32_t DeleteRange(_COMPOSITE* comp, _COMPNODE* prevnode, uint32_t record_inde
 
 uint32_t KVCDRecordGetInfo(uint32_t composite, uint32_t record_index, int32_t* cdtype,
                            uint32_t* buffer_length) {
-  uint32_t unused_length = 0;
-  return ReadRecord(composite, record_index, 0, cdtype,
-                    buffer_length != nullptr ? buffer_length : &unused_length, nullptr);
+  return ReadRecord(composite, record_index, 0, cdtype, buffer_length, nullptr);
 }
 
 uint32_t KVCDRecordFetch(uint32_t composite, uint32_t record_index, int32_t* cdtype, void* cdrecord) {
@@ -131,10 +127,12 @@ uint32_t KVCDRecordInsert(uint32_t composite, uint32_t record_index, int32_t cdt
     _KVICompLink(comp, prevnode, compnode);
   }
   MarkDirty(comp);
+  // At the end too: a merge may have moved the number of a listing beyond it.
+  if (record_index != 0 && comp->current_index >= record_index) ++comp->current_index;
+  // The cursor stays on the place of an appended record, whose number is the cursor's own.
   if (is_at_end) return KVSUCCESS;
   _KVICompLoosenCursor(comp);
   comp->tail = nullptr;
-  if (comp->current_index >= record_index) ++comp->current_index;
   if (comp->currec_stale && comp->currec.comp_index >= record_index) ++comp->currec.comp_index;
   if (comp->comprec.comp_index >= record_index) ++comp->comprec.comp_index;
   return KVSUCCESS;

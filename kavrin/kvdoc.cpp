@@ -35,12 +35,59 @@ uint16_t UpdateWord(const _DOCUMENT* doc, uint32_t docwrite_flags) {
   return word;
 }
 
+// The document again behind a step that may have run the program's error procedure. Null when that closed it,
+// made its index load another one, or ended the session.
+_DOCUMENT* FindAgain(_api_session* session, uint32_t document, uint32_t docid) {
+  if (KVICurrentSession() != session) return nullptr;
+  _DOCUMENT* doc = _KVIFindDocument(session, document);
+  if (doc == nullptr || (document & kIndexDocumentBit) == 0) return doc;
+  return doc->docid == docid ? doc : nullptr;
+}
+
+uint32_t NumberOf(const _COMPOSITE* comp) { return comp->composite & kHandleNumberMax; }
+
+// The document's first composite whose number is at most that one: the later one was opened, the further in
+// front it stands.
+_COMPOSITE* CompositeFrom(const _DOCUMENT* doc, uint32_t number) {
+  _COMPOSITE* comp = doc->complist;
+  while (comp != nullptr && NumberOf(comp) > number) comp = comp->docnext;
+  return comp;
+}
+
 // Composites with changes go into the note before it is stored; the walk goes on behind a failure, which is
-// the result.
-uint32_t StoreComposites(_api_session* session, _DOCUMENT* doc) {
+// the result. A failure runs the program's error procedure, which may close composites and the document
+// itself: *doc is null then.
+uint32_t StoreComposites(_api_session* session, _DOCUMENT** doc) {
+  const uint32_t document = (*doc)->document;
+  const uint32_t docid = (*doc)->docid;
   uint32_t first = KVSUCCESS;
-  for (_COMPOSITE* comp = doc->complist; comp != nullptr; comp = comp->docnext)
-    KVIKeepFirst(&first, _CompStore(session, doc, comp));
+  _COMPOSITE* comp = (*doc)->complist;
+  while (comp != nullptr) {
+    const uint32_t number = NumberOf(comp);  // never 0
+    KVIKeepFirst(&first, _CompStore(session, *doc, comp));
+    *doc = FindAgain(session, document, docid);
+    if (*doc == nullptr) break;
+    comp = CompositeFrom(*doc, number - 1);
+  }
+  return first;
+}
+
+// Every composite goes, stored before when it is saved. *doc is null when the document went as well.
+uint32_t FreeComposites(_api_session* session, _DOCUMENT** doc, bool saving) {
+  const uint32_t document = (*doc)->document;
+  const uint32_t docid = (*doc)->docid;
+  uint32_t first = KVSUCCESS;
+  while (_COMPOSITE* comp = (*doc)->complist) {
+    const uint32_t number = NumberOf(comp);
+    if (saving) {
+      KVIKeepFirst(&first, _CompStore(session, *doc, comp));
+      *doc = FindAgain(session, document, docid);
+      if (*doc == nullptr) break;
+      comp = CompositeFrom(*doc, number);
+      if (comp == nullptr || NumberOf(comp) != number) continue;
+    }
+    _CompFree(session, comp);
+  }
   return first;
 }
 
@@ -172,7 +219,8 @@ uint32_t KVDocumentSave(uint32_t document, uint32_t docwrite_flags) {
     doc->dirty = 0;  // the open note keeps its edits: a later change saves them all
     return KVSUCCESS;
   }
-  uint32_t kept = StoreComposites(session, doc);
+  uint32_t kept = StoreComposites(session, &doc);
+  if (doc == nullptr) return KVError(KVFAIL_BAD_DOCUMENT);
   _KVIFreeExecuteResult(doc);
   uint16_t brstatus = 0;
   if (doc->dirty) {
@@ -289,14 +337,12 @@ uint32_t _KVIDbFindDocByID(_api_session* session, const _DATABASE* pdbase, uint3
   return KVFAIL_NOT_FOUND;  // not recorded: the caller asks in passing
 }
 
-// Composites and changes are stored unless the flags say otherwise, then the item table goes.
+// Composites and changes are stored unless the flags say otherwise, then the item table goes. A failure is
+// reported: whoever goes on finds the document again.
 static uint32_t ClearEdits(_api_session* session, _DOCUMENT* doc, uint32_t docwrite_flags) {
   const bool saving = (docwrite_flags & KVDOCWRITE_DISCARD) == 0;
-  uint32_t kept = KVSUCCESS;
-  while (_COMPOSITE* comp = doc->complist) {
-    if (saving) KVIKeepFirst(&kept, _CompStore(session, doc, comp));
-    _CompFree(session, comp);
-  }
+  uint32_t kept = FreeComposites(session, &doc, saving);
+  if (doc == nullptr) return kept;
   uint16_t brstatus = 0;
   if (saving && doc->dirty) {
     const uint16_t word = UpdateWord(doc, docwrite_flags);
@@ -341,7 +387,11 @@ uint32_t _CloseDOCUMENT(_api_session* session, uint32_t document, uint32_t docwr
                         EngNote* pbrynd_handle) {
   _DOCUMENT* doc = _KVIFindDocument(session, document);
   if (doc == nullptr) return KVError(KVFAIL_BAD_DOCUMENT);
+  const uint32_t docid = doc->docid;
   uint32_t first = _ClearDocState(session, doc, kStateDocumentEdits, &docwrite_flags);
+  // What failed was told to the program's error procedure, which may have closed the document itself.
+  doc = FindAgain(session, document, docid);
+  if (doc == nullptr) return first;
   KVIKeepFirst(&first, _ClearDocState(session, doc, kStateDocumentValues, nullptr));
   if (doc->precrypt_notehand) EngNoteClose(doc->precrypt_notehand);
   doc->precrypt_notehand = 0;

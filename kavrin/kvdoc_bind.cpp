@@ -122,7 +122,8 @@ uint32_t GetItemTypeInfo(_FORMSPEC* formspec, const char* itemname, const int32_
 uint32_t KVIDbGetFormspecByFormName(_DATABASE* dbase, const char* szFormName, _FORMSPEC** ppformspec) {
   *ppformspec = nullptr;
   const size_t name_bytes = strlen(szFormName);
-  // A form may share its name with a subform, and with one that was deleted and lives on for its documents.
+  // A form may share its name with a subform, and with one that was deleted and lives on for its documents. A
+  // document bound to either of those would be stored with the values of formulas that are not its form's.
   const auto is_form = [](const _FORMSPEC* spec) {
     return !spec->deleted && (spec->design_flags & KVDESIGN_SUBFORM) == 0;
   };

@@ -195,6 +195,7 @@ uint32_t ReadParent(const PROPERTYCALL& call, void* value) {
 uint32_t WriteParent(const PROPERTYCALL& call, const void* value) {
   const REFID reference{.Count = 1, .Parent = KVILoad<UNIVERSALNOTEID>(value)};
   constexpr UNIVERSALNOTEID kNoParent{};
+  // A parent that stays must not be joined by a second one.
   const uint16_t deleted = EngItemDelete(call.doc->notehand, kReferenceItem, kReferenceItemBytes);
   if (deleted && (deleted & 0x3fff) != kNoSuchItem) return deleted;
   call.doc->dirty = 1;
@@ -233,21 +234,27 @@ uint32_t TitleFromValue(const PROPERTYCALL& call, EngMem result, uint16_t result
   return KVSUCCESS;
 }
 
-uint32_t ComputeTitle(const PROPERTYCALL& call) {
-  const _DOCUMENT* doc = call.doc;
-  if (doc->title != nullptr || doc->form == nullptr || doc->form->title_formula == nullptr) return KVSUCCESS;
-  EngCompute compute = 0;
-  if (uint16_t brstatus = EngComputeBegin(0, doc->form->title_formula, &compute)) return brstatus;
-  KVGuard end_compute([&] { EngComputeEnd(compute); });
+uint32_t EvaluateTitle(const PROPERTYCALL& call, EngCompute compute) {
   EngMem result = 0;
   uint16_t result_bytes = 0;
-  if (uint16_t brstatus =
-          EngComputeEvaluate(compute, doc->notehand, &result, &result_bytes, nullptr, nullptr, nullptr))
+  if (uint16_t brstatus = EngComputeEvaluate(compute, call.doc->notehand, &result, &result_bytes, nullptr,
+                                             nullptr, nullptr))
     return brstatus;
   KVGuard free_result([&] {
     if (result) EngMemFree(result);
   });
   return TitleFromValue(call, result, result_bytes);
+}
+
+// A failing end is reported once: the title it leaves is good.
+uint32_t ComputeTitle(const PROPERTYCALL& call) {
+  const _DOCUMENT* doc = call.doc;
+  if (doc->title != nullptr || doc->form == nullptr || doc->form->title_formula == nullptr) return KVSUCCESS;
+  EngCompute compute = 0;
+  if (uint16_t brstatus = EngComputeBegin(0, doc->form->title_formula, &compute)) return brstatus;
+  const uint32_t status = EvaluateTitle(call, compute);
+  const uint16_t ended = EngComputeEnd(compute);
+  return status ? status : ended;
 }
 
 const char* TitleOf(const _DOCUMENT* doc) { return doc->title != nullptr ? doc->title : ""; }

@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr uint16_t kNoSuchItem = 0x222;
 constexpr uint16_t kOpenWord = 2;
 
 constexpr uint32_t kFlagHasKeywords = 0x200;
@@ -137,7 +136,7 @@ uint32_t FillSlot(const FIELDPARTS& parts, FIELDSPEC* fieldspec) {
   return KVSUCCESS;
 }
 
-// Which passes a form needs is told by all its fields, shared ones too.
+// Which passes a form needs is told by its fields as they are read.
 void TellForm(_FORMSPEC* formspec, const FIELDSPEC& fieldspec) {
   const bool editable = (fieldspec.flags & KVFIELD_EDITABLE) != 0;
   const uint32_t kind = fieldspec.flags & KVFIELD_KIND_MASK;
@@ -178,8 +177,7 @@ uint32_t FillFromRecord(EngNote note, uint16_t signature, uint32_t structsize, F
       return KVFAIL_BAD_FORMAT;
     return FillSlot(parts, fieldspec);
   }
-  if (walk.brstatus && (walk.brstatus & 0x3fff) != kNoSuchItem) return walk.brstatus;
-  return KVFAIL_NO_FIELD;
+  return KVFAIL_NO_FIELD;  // a page that cannot be read has none either
 }
 
 // Puts a field into the database's list, which owns its texts from then on.
@@ -197,8 +195,10 @@ uint32_t KeepShared(_KVDBINFO* dbinfo, uint32_t noteid, FIELDSPEC* fieldspec) {
   return KVSUCCESS;
 }
 
+// A definition that the database's list has already is copied and no more: only the form that reads it first
+// is told of the passes it needs.
 uint32_t FillShared(_DATABASE* dbase, uint16_t signature, uint32_t structsize, const FIELDPARTS& parts,
-                    FIELDSPEC* fieldspec) {
+                    _FORMSPEC* formspec, FIELDSPEC* fieldspec) {
   uint32_t noteid = 0;
   if (uint32_t status = FindSharedRecord(dbase, parts, &noteid)) return status;
   if (const _SHAREDFIELDSPEC* shared = FindShared(dbase->dbinfo, noteid)) {
@@ -210,6 +210,7 @@ uint32_t FillShared(_DATABASE* dbase, uint16_t signature, uint32_t structsize, c
   const uint32_t status = FillFromRecord(note, signature, structsize, fieldspec);
   EngNoteClose(note);
   if (status) return status;
+  TellForm(formspec, *fieldspec);
   return KeepShared(dbase->dbinfo, noteid, fieldspec);
 }
 
@@ -234,10 +235,9 @@ uint32_t KVIFieldGetSpec(_DATABASE* dbase, uint16_t signature, const char* buffe
   const uint32_t structsize = signature == kCdFieldPre36 ? sizeof(CDFIELD_PRE_36) : sizeof(CDFIELD);
   FIELDPARTS parts;
   if (!ReadParts(signature, structsize, buffer, buffer_bytes, &parts)) return KVFAIL_BAD_FORMAT;
-  const bool is_shared = (parts.head.Flags & KVFIELD_SHARED) != 0;
-  const uint32_t status =
-      is_shared ? FillShared(dbase, signature, structsize, parts, fieldspec) : FillSlot(parts, fieldspec);
-  if (status) return status;
+  if (parts.head.Flags & KVFIELD_SHARED)
+    return FillShared(dbase, signature, structsize, parts, formspec, fieldspec);
+  if (uint32_t status = FillSlot(parts, fieldspec)) return status;
   TellForm(formspec, *fieldspec);
   return KVSUCCESS;
 }
@@ -357,10 +357,11 @@ _FORMSPEC* FindSpec(_api_session* session, _DATABASE* dbase, uint32_t formid) {
   return KVISubformGetSpec(dbase, formid, &spec) == KVSUCCESS ? spec : nullptr;
 }
 
-bool LiesIn(const void* place, const void* record, size_t record_bytes) {
+// Bytes of a record from a place in it on; 0 for a place outside.
+size_t BytesBehind(const void* place, const void* record, size_t record_bytes) {
   const auto address = reinterpret_cast<uintptr_t>(place);
   const auto start = reinterpret_cast<uintptr_t>(record);
-  return address >= start && address - start < record_bytes;
+  return address >= start && address - start < record_bytes ? record_bytes - (address - start) : 0;
 }
 
 }  // namespace
@@ -403,8 +404,8 @@ uint32_t KVFieldFetch(uint32_t database, uint32_t formid, const char* fieldname,
   const FIELDLAYOUT layout = LayoutOf(session);
   // A name inside the record goes when the record is cleared; reading the form may use the session's buffer.
   char own_name[kFieldNameBytesMax + 1];
-  if (LiesIn(fieldname, field, layout.bytes)) {
-    KVIstrnncpy(own_name, fieldname, kFieldNameBytesMax);
+  if (const size_t room = BytesBehind(fieldname, field, layout.bytes)) {
+    KVIstrnncpy(own_name, fieldname, room < kFieldNameBytesMax ? room : kFieldNameBytesMax);
     fieldname = own_name;
   }
   memset(static_cast<void*>(field), 0, layout.bytes);

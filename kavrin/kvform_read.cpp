@@ -32,16 +32,22 @@ void List(_KVDBINFO* dbinfo, _FORMSPEC* spec) {
 
 bool IsNoMemory(uint32_t status) { return status == KVFAIL_NO_MEMORY || status == kEngineNoMemory; }
 
-// The record, opened, when it is of the kind; none_status for any other, but want of memory as it is.
-uint32_t OpenKind(_DATABASE* dbase, uint32_t id, uint32_t kind, uint32_t none_status, EngNote* note) {
+// What a record of the kind fails by that cannot be looked at: it counts as none. Want of memory is told of
+// subforms, since a form that shows one would be kept without its fields.
+uint32_t NoneOf(uint32_t kind, uint32_t status) {
+  if (kind == KVDESIGN_FORM) return KVFAIL_NO_FORM;
+  return IsNoMemory(status) ? status : uint32_t{KVFAIL_NO_SUBFORM};
+}
+
+// The record, opened, when it is of the kind.
+uint32_t OpenKind(_DATABASE* dbase, uint32_t id, uint32_t kind, EngNote* note) {
   uint32_t design_flags = 0;
   *note = 0;
-  if (uint32_t status = KVIDesignNoteGetFlagsExt(dbase, id, &design_flags, note))
-    return IsNoMemory(status) ? status : none_status;
+  if (uint32_t status = KVIDesignNoteGetFlagsExt(dbase, id, &design_flags, note)) return NoneOf(kind, status);
   if (design_flags & kind) return KVSUCCESS;
   EngNoteClose(*note);
   *note = 0;
-  return none_status;
+  return NoneOf(kind, KVSUCCESS);
 }
 
 template <size_t RowCount>
@@ -59,15 +65,14 @@ int32_t ReadConflictAction(EngNote note) {
   return EngItemTextGet(note, "$ConflictAction", action, 1) != 0 && action[0] == '1';
 }
 
-// A spec with the names that the record has. KVFAIL_NO_MEMORY, or no_names for a record without a title.
-uint32_t NewSpec(_DATABASE* dbase, uint32_t formid, uint32_t kind, uint32_t no_names, EngNote note,
-                 _FORMSPEC** spec) {
+// A spec with the names that the record has. KVFAIL_NO_MEMORY; for names that cannot be read as OpenKind.
+uint32_t NewSpec(_DATABASE* dbase, uint32_t formid, uint32_t kind, EngNote note, _FORMSPEC** spec) {
   auto* made = KVIAllocate<_FORMSPEC>();
   if (made == nullptr) return KVFAIL_NO_MEMORY;
   if (uint32_t status =
           KVIDesignNoteGetNames(note, &made->name, &made->menu_name, &made->cascade_name, &made->hidden)) {
     KVIFree(made);
-    return IsNoMemory(status) ? status : no_names;
+    return NoneOf(kind, status);
   }
   made->pdbase = dbase;
   made->formid = formid;
@@ -221,7 +226,7 @@ uint32_t FillForm(PAGE* page) {
 uint32_t ReadForm(_api_session* session, _DATABASE* dbase, uint32_t formid, EngNote note,
                   _FORMSPEC** formspec) {
   _FORMSPEC* spec = nullptr;
-  if (uint32_t status = NewSpec(dbase, formid, KVDESIGN_FORM, KVFAIL_NO_FORM, note, &spec)) return status;
+  if (uint32_t status = NewSpec(dbase, formid, KVDESIGN_FORM, note, &spec)) return status;
   PAGE page{session, dbase, note, spec, 0, false, 0};
   if (uint32_t status = FillForm(&page)) {
     ClearForm(spec);
@@ -233,8 +238,7 @@ uint32_t ReadForm(_api_session* session, _DATABASE* dbase, uint32_t formid, EngN
 
 uint32_t ReadSubform(_DATABASE* dbase, uint32_t subfid, EngNote note, _FORMSPEC** formspec) {
   _FORMSPEC* spec = nullptr;
-  if (uint32_t status = NewSpec(dbase, subfid, KVDESIGN_SUBFORM, KVFAIL_NO_SUBFORM, note, &spec))
-    return status;
+  if (uint32_t status = NewSpec(dbase, subfid, KVDESIGN_SUBFORM, note, &spec)) return status;
   spec->kv_flags = ReadLetters(note, kSubformLetters);
   PAGE page{nullptr, dbase, note, spec, 0, false, 0};
   uint32_t fields_counted = 0;
@@ -284,7 +288,7 @@ uint32_t _KVIFormGetSpec(_api_session* session, _DATABASE* pdbase, uint32_t form
   }
   if (pDoc != nullptr) return ReadForDocument(session, pdbase, formid, pDoc, ppformspec);
   EngNote note = 0;
-  if (uint32_t status = OpenKind(pdbase, formid, KVDESIGN_FORM, KVFAIL_NO_FORM, &note)) {
+  if (uint32_t status = OpenKind(pdbase, formid, KVDESIGN_FORM, &note)) {
     *ppformspec = FindInDocument(session, pdbase, formid);
     return *ppformspec != nullptr ? uint32_t{KVSUCCESS} : status;
   }
@@ -302,7 +306,7 @@ uint32_t KVISubformGetSpec(_DATABASE* pdbase, uint32_t subfid, _FORMSPEC** ppfor
     return KVSUCCESS;
   }
   EngNote note = 0;
-  if (uint32_t status = OpenKind(pdbase, subfid, KVDESIGN_SUBFORM, KVFAIL_NO_SUBFORM, &note)) return status;
+  if (uint32_t status = OpenKind(pdbase, subfid, KVDESIGN_SUBFORM, &note)) return status;
   const uint32_t status = ReadSubform(pdbase, subfid, note, ppformspec);
   EngNoteClose(note);
   if (status == KVSUCCESS) List(pdbase->dbinfo, *ppformspec);
@@ -330,7 +334,7 @@ uint32_t _KVISubformGetSpecByName(_api_session* session, _DATABASE* pdbase, cons
   }
   uint32_t subfid = 0;
   if (uint16_t brstatus = EngDesignFind(pdbase->dbhand, title, BRCLASS_FORM, &subfid))
-    return IsNoMemory(brstatus) ? brstatus : KVFAIL_NOT_FOUND;
+    return IsNoMemory(brstatus) ? brstatus : KVFAIL_NOT_FOUND;  // a form would be kept without the subform
   return KVISubformGetSpec(pdbase, subfid, ppformspec);
 }
 

@@ -13,13 +13,16 @@ constexpr uint32_t kHotspotIsFormula = 0x10;  // the subform's name is computed
 
 bool IsField(uint16_t signature) { return signature == kCdField || signature == kCdFieldPre36; }
 
-// The name of a field, where it is in a record of the newer layout. False when it passes the record's end.
-bool FindName(const char* record, uint32_t record_bytes, const char** name, uint16_t* name_bytes) {
-  if (record_bytes < sizeof(CDFIELD)) return false;
-  const auto head = KVILoad<CDFIELD>(record);
-  const uint32_t place = static_cast<uint32_t>(sizeof head) + head.DVLength + head.ITLength + head.IVLength;
-  if (place > record_bytes || head.NameLength > record_bytes - place) return false;
-  *name = record + place;
+// The name of a field, where it is in a record of the newer layout. In an older one that is two bytes too far
+// and may reach into what follows the record, but not past the item. False when it would.
+bool FindName(const CDRUN& run, const char** name, uint16_t* name_bytes) {
+  const bool is_old = run.header.signature == kCdFieldPre36;
+  const size_t bound = is_old ? run.header.step + run.left_bytes : run.header.length;
+  if (bound < sizeof(CDFIELD)) return false;
+  const auto head = KVILoad<CDFIELD>(run.record);
+  const size_t place = sizeof head + head.DVLength + head.ITLength + head.IVLength;
+  if (place > bound || head.NameLength > bound - place) return false;
+  *name = run.record + place;
   *name_bytes = head.NameLength;
   return true;
 }
@@ -32,7 +35,7 @@ uint32_t ListNames(EngNote nh) {
     if (!IsField(walk.run.header.signature)) continue;
     const char* name = nullptr;
     uint16_t name_bytes = 0;
-    if (!FindName(walk.run.record, walk.run.header.length, &name, &name_bytes)) return KVFAIL_BAD_FORMAT;
+    if (!FindName(walk.run, &name, &name_bytes)) return KVFAIL_BAD_FORMAT;
     if (uint16_t brstatus = EngItemTextListAppend(nh, kFieldsItem, name, name_bytes, 1)) return brstatus;
   }
   if (walk.item_count == 0 && !walk.is_damaged) return KVFAIL_NOT_FOUND;

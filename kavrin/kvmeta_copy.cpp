@@ -70,6 +70,8 @@ uint32_t _KVIDesignNoteCopy(_api_session* session, uint32_t expected, _DATABASE*
   EngNote copy = 0;
   if (uint16_t brstatus = EngNoteCopy(source, &copy)) return brstatus;
   KVGuard close_copy([&] { EngNoteClose(copy); });
+  close_source.Dismiss();  // not held open while the copy is stored
+  EngNoteClose(source);
   if (uint16_t brstatus = GiveIdentity(copy, dest_dbase->dbhand, note_class)) return brstatus;
   if (new_title != nullptr) {
     EngItemDelete(copy, kTitleItem, kTitleItemBytes);  // a record without a title gets one all the same

@@ -209,6 +209,7 @@ uint32_t BuildList(const FAMILY& family, KVDESIGNLIST* designlist) {
   KVGuard free_list([&] { EngMemFree(listhand); });
   const uint16_t brstatus = EngDbSearch(designlist->pdbase->dbhand, 0, nullptr, kSearchSummary,
                                         family.class_mask, nullptr, SearchTitle, designlist, nullptr);
+  // A full list is shown as far as it goes: the records behind it would hide all the others otherwise.
   if (brstatus != 0 && brstatus != kListFull) return brstatus;
   free_list.Dismiss();  // the copy takes it
   TextListCopy(listhand, &designlist->list);
@@ -238,7 +239,7 @@ EngStatus SearchTitle(void* list_ptr, const SEARCH_MATCH* search_match, const IT
   auto* designlist = static_cast<KVDESIGNLIST*>(list_ptr);
   const auto match = KVILoad<SEARCH_MATCH>(search_match);
   SUMMVALUE flags_text = Locate(summary_buffer, "$Flags");
-  if (flags_text.type != BRTYPE_TEXT) flags_text = {};
+  if (flags_text.type != BRTYPE_TEXT) flags_text = {};  // bytes of other types are no letters
   uint32_t design_flags = FlagsOf(designlist, match, flags_text);
   if (!(design_flags & designlist->design_flags & kDesignKindMask)) return 0;
   const SUMMVALUE title = Locate(summary_buffer, "$TITLE");

@@ -157,7 +157,8 @@ uint16_t AddSynonym(EngNote note, const char* text, size_t text_bytes) {
   return EngItemTextListAppend(note, kTitleItem, text, static_cast<uint16_t>(text_bytes), 1);
 }
 
-// Each synonym is an entry of a list; a title without any is a text.
+// Each synonym is an entry of a list; a title without any is a text. The last one is appended too: setting
+// it as the text would replace the list.
 uint16_t StoreSynonyms(EngNote note, const char* text) {
   const char* piece = text;
   while (const char* bar = strchr(piece, '|')) {

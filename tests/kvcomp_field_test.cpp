@@ -100,6 +100,27 @@ TEST_F(FieldRecordTest, KVCDRecordGetPointer_Field_CompiledAsStored) {
   EXPECT_EQ(back.field_name_length, 4u);
 }
 
+// A listing sizes each record it passes, formulas included; one that cannot be told ends the call, not the
+// listing.
+TEST_F(FieldRecordTest, KVCDRecordList_FormulaCannotBeTold_ItsStatusThenTheNextRecord) {
+  KVCDFIELD field = Field(kParts, &buffer_);
+  ASSERT_EQ(Insert(&field), KVSUCCESS);
+  ASSERT_EQ(InsertText(composite_, "behind"), KVSUCCESS);
+  uint32_t index = 9;
+  const kit::MemoryState before = kit::Memory();
+  for (uint32_t nth = 1; nth <= 3; ++nth) {
+    kit::Fault fault = kit::Fault::EngineCall(nth, kvdoc::kEngineFailure, "EngFormulaDecompile");
+    EXPECT_EQ(List(composite_, KVLIST_FIRST, &index), kvdoc::kEngineFailure) << nth;
+    ExpectError(kvdoc::kEngineFailure);
+    EXPECT_EQ(index, 0u);
+    EXPECT_EQ(kit::Memory().blocks, before.blocks);
+  }
+  EXPECT_EQ(Listed(composite_, KVLIST_NEXT), 2u);
+  kit::Spy spy;
+  EXPECT_EQ(KVCDRecordFetch(composite_, 1, nullptr, nullptr), KVSUCCESS);  // no record to fill: sized too
+  EXPECT_EQ(spy.Count("EngFormulaDecompile"), 3u);
+}
+
 TEST_F(FieldRecordTest, Field_Keywords_StoredBitsAndTheirReading) {
   struct Case {
     int32_t keywords;
@@ -141,6 +162,9 @@ TEST_F(FieldRecordTest, Field_Refused_StatusesInOrder) {
   EXPECT_EQ(status_of(kParts, [](KVCDFIELD* field) { field->keywords = -1; }), KVFAIL_BAD_ENUM);
   EXPECT_EQ(status_of(kParts, [](KVCDFIELD* field) { field->type = 9; }), KVFAIL_BAD_ENUM);
   EXPECT_EQ(status_of(kParts, [](KVCDFIELD* field) { field->format.number.number = 9; }), KVFAIL_BAD_ENUM);
+  parts = kParts;
+  parts[2] = "1 + ) 2";
+  EXPECT_EQ(status_of(parts, [](KVCDFIELD* field) { field->type = 9; }), KVFAIL_FORMULA);
   parts = kParts;
   parts[5] = std::string(65535 - 36 - 4 - 13, 'k');
   EXPECT_EQ(status_of(parts, same), KVFAIL_DATA_TOO_LONG);  // with its formulas
@@ -228,7 +252,8 @@ TEST_F(FieldRecordTest, Read_LengthsThatPassTheRecord_BadFormat) {
     uint32_t bytes = 0;
     EXPECT_NE(KVCDRecordGetInfo(composite_, 1, nullptr, &bytes), KVSUCCESS) << length;
     uint32_t index = 0;
-    EXPECT_EQ(List(composite_, KVLIST_FIRST, &index), KVSUCCESS);  // its type is told without its formulas
+    EXPECT_NE(List(composite_, KVLIST_FIRST, &index), KVSUCCESS) << length;
+    EXPECT_EQ(index, 0u);
   }
 }
 

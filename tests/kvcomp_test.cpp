@@ -394,6 +394,28 @@ TEST_F(HandleTest, KVCompositeMerge_WhileListing_NumberGoesOnByTheNodesFromBefor
   }
 }
 
+// A number that a merge has moved past the end still goes on by one for each record inserted before it.
+TEST_F(HandleTest, KVCDRecordInsert_AtTheEndByNumber_MovesAListingBeyondIt) {
+  const uint32_t main = Create(), add = Create();
+  for (const std::string& record : four_) ASSERT_EQ(InsertRaw(main, record), KVSUCCESS);
+  ASSERT_EQ(InsertText(add, "a"), KVSUCCESS);
+  ASSERT_EQ(List(main, KVLIST_FIRST, nullptr), KVSUCCESS);
+  ASSERT_EQ(List(main, KVLIST_NEXT, nullptr), KVSUCCESS);
+  ASSERT_EQ(KVCompositeMerge(main, 0, add), KVSUCCESS);
+  ASSERT_EQ(CompOf(main)->current_index, 2u + 4 + 1);
+  ASSERT_EQ(InsertText(main, "b", 6), KVSUCCESS);
+  EXPECT_EQ(CompOf(main)->current_index, 8u);
+  ASSERT_EQ(InsertText(main, "c"), KVSUCCESS);  // at no number
+  EXPECT_EQ(CompOf(main)->current_index, 8u);
+  ASSERT_EQ(InsertText(main, "d", 8), KVSUCCESS);
+  EXPECT_EQ(CompOf(main)->current_index, 9u);
+  Strings expected = four_;
+  for (const char* text : {"a", "b", "c", "d"}) expected.push_back(TextRecord(text));
+  EXPECT_EQ(Records(main), expected);
+  uint32_t listed = 0;
+  EXPECT_EQ(List(main, KVLIST_NEXT, &listed), KVFAIL_DATA_UNAVAILABLE);
+}
+
 TEST_F(HandleTest, KVCompositeMerge_ParagraphStyles_NumbersAboveAllButTheFirstRecord) {
   const uint32_t main = Create(), add = Create();
   for (const uint32_t pabid : {90u, 7u, 3u}) ASSERT_EQ(InsertRaw(main, PabRef(pabid)), KVSUCCESS);

@@ -343,6 +343,20 @@ TEST_F(DocumentPropertyTest, Title_ValuesOfOtherTypes_AsText) {
   }
 }
 
+TEST_F(DocumentPropertyTest, Title_EndOfComputeFails_ReportedAndTheTitleKept) {
+  const uint32_t document = CreateOn(Form("F").WindowTitle("\"title\"").Store());
+  {
+    kit::Fault fault = kit::Fault::EngineCall(1, kEngineFailureWithFlagBits, "EngComputeEnd");
+    uint32_t value = kUntouched;
+    EXPECT_EQ(KVDocumentGetProperty(document, KVPROP_DOC_TITLE_LENGTH, &value), kEngineFailure);
+    EXPECT_EQ(value, kUntouched);
+    ExpectError(kEngineFailure);
+  }
+  kit::Spy spy;
+  EXPECT_EQ(Title(document), "title");
+  EXPECT_EQ(spy.Count("EngComputeBegin"), 0u);
+}
+
 TEST_F(DocumentPropertyTest, Title_EachFailure_ReportedAndTriedAnew) {
   const uint32_t document = CreateOn(Form("F").WindowTitle("\"title\"").Store());
   for (const char* call : {"EngComputeBegin", "EngComputeEvaluate"}) {

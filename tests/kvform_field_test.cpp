@@ -215,10 +215,12 @@ TEST_F(SharedFieldTest, KVIFieldGetSpec_TwoForms_OneDefinitionFreedOnce) {
   EXPECT_EQ(one->fieldlist[0].name, two->fieldlist[1].name);
   EXPECT_EQ(one->fieldlist[0].dvformula, two->fieldlist[1].dvformula);
   EXPECT_EQ(SharedFields(), 1u);
-  for (const _FORMSPEC* spec : {one, two}) {
-    EXPECT_EQ(spec->compute_new, 1) << "both forms run the shared field's formulas";
-    EXPECT_EQ(spec->compute_valid, 1);
-  }
+  EXPECT_EQ(one->compute_new, 1);
+  EXPECT_EQ(one->compute_valid, 1);
+  EXPECT_EQ(one->kv_flags, KVFORM_VALIDATES);
+  EXPECT_EQ(two->compute_new, 0) << "the form that reads the definition first is told";
+  EXPECT_EQ(two->compute_valid, 0);
+  EXPECT_EQ(two->kv_flags, 0u);
   // The end of the test proves that what both show is freed once.
 }
 
@@ -266,6 +268,18 @@ TEST_F(SharedFieldTest, KVFormFetch_SharedRecordWithoutField_NoField) {
         Form(std::string("F") + name).Field(Named(name, BRTYPE_TEXT, kit::kFieldFlagShared)).Store();
     EXPECT_EQ(SpecStatus(id), KVFAIL_NO_FIELD) << name;
   }
+  EXPECT_EQ(SharedFields(), 0u);
+}
+
+TEST_F(SharedFieldTest, KVIFieldGetSpec_PageOfTheSharedRecordCannotBeRead_NoField) {
+  const std::string record = kit::FieldBytes(Use());
+  _FORMSPEC form{};
+  FIELDSPEC slot{};
+  const Answer answer("EngItemInfo", kEngineFailure);
+  EXPECT_EQ(KVIFieldGetSpec(Base(), kit::kFieldRecord, record.data(), static_cast<uint32_t>(record.size()),
+                            &form, &slot),
+            KVFAIL_NO_FIELD);
+  EXPECT_EQ(slot.name, nullptr);
   EXPECT_EQ(SharedFields(), 0u);
 }
 
@@ -457,6 +471,15 @@ TEST_F(FormTest, KVFieldFetch_OldProgram_ShorterNameAndRecord) {
     ASSERT_EQ(KVFieldList(database_, id, KVLIST_FIRST, field), KVSUCCESS);
     EXPECT_EQ(record[bytes], 0x5a);
   }
+  SetVersion(KVAPI_VERSION);
+}
+
+TEST_F(FormTest, KVFieldFetch_NameInTheRecordWithoutNul_ReadNoFurtherThanTheRecord) {
+  const uint32_t id = Form("F").Field(Named(std::string(64, 'n'))).Store();
+  SetVersion(0x20305);
+  std::vector<char> record(sizeof(KVFIELD), 'n');
+  auto* field = reinterpret_cast<KVFIELD*>(record.data());
+  EXPECT_EQ(KVFieldFetch(database_, id, field->name, field), KVFAIL_NO_FIELD);
   SetVersion(KVAPI_VERSION);
 }
 

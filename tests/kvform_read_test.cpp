@@ -10,6 +10,7 @@ using kvform::FormTest;
 using kvform::Named;
 
 constexpr uint16_t kEngineFailure = 0x1f7;
+constexpr uint16_t kEngineNoMemory = 0x107;
 
 std::string NameAt(const _FORMSPEC* spec, uint32_t slot) { return spec->fieldlist[slot].name; }
 
@@ -126,6 +127,16 @@ TEST_F(FormTest, KVFormFetch_OldProgram_ClearedThenUnsupported) {
     EXPECT_EQ(record[row.cleared], 0x5a) << row.version;
   }
   SetVersion(KVAPI_VERSION);
+}
+
+TEST_F(FormTest, _KVIFormGetSpec_RecordOrTitleCannotBeRead_NoFormWhateverFailed) {
+  const uint32_t id = Form("x").Store();
+  for (const char* call : {"EngNoteOpen", "EngItemInfo"})
+    for (const uint16_t failure : {kEngineNoMemory, kEngineFailure}) {
+      const Answer answer(call, failure);
+      EXPECT_EQ(SpecStatus(id), KVFAIL_NO_FORM) << call << failure;
+    }
+  EXPECT_EQ(SpecStatus(id), KVSUCCESS);
 }
 
 TEST_F(FormTest, _KVIFormGetSpec_NoTitle_NoForm) {
@@ -288,6 +299,21 @@ TEST_F(SubformTest, _KVIFormGetSpec_EngineFailsInTheSubform_ThatStatusAndNothing
     EXPECT_EQ(status, fault.Hit() ? kEngineFailure : KVSUCCESS) << nth;
     if (!fault.Hit()) break;
   }
+  EXPECT_EQ(SpecOf(id)->subformcount, 1u);
+}
+
+TEST_F(SubformTest, _KVIFormGetSpec_NoMemoryForTheSubform_ThatStatusAndNothingKept) {
+  const uint32_t id = Form("F").UseSubform("Part").Field(Named("A")).Store();
+  {
+    const Answer answer("EngDesignFind", kEngineNoMemory);
+    EXPECT_EQ(SpecStatus(id), kEngineNoMemory);
+  }
+  {
+    const kit::Fault fault = kit::Fault::EngineCall(2, kEngineNoMemory, "EngNoteOpen");
+    EXPECT_EQ(SpecStatus(id), kEngineNoMemory);
+    EXPECT_TRUE(fault.Hit());
+  }
+  EXPECT_EQ(ListedSpecs(), 0u);
   EXPECT_EQ(SpecOf(id)->subformcount, 1u);
 }
 
@@ -536,7 +562,9 @@ TEST_F(FormTest, KVFormFetch_EveryAllocationFails_NoMemoryAndNothingKept) {
       database_ = OpenDatabase(path_);
       continue;
     }
-    EXPECT_TRUE(status == KVFAIL_NO_MEMORY || status == 0x107) << nth << ": " << status;
+    // The form's own record and title answer with one status, whatever failed.
+    EXPECT_TRUE(status == KVFAIL_NO_MEMORY || status == kEngineNoMemory || status == KVFAIL_NO_FORM)
+        << nth << ": " << status;
   }
   EXPECT_EQ(SpecOf(id)->fieldcount, 3u);
 }

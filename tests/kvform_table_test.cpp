@@ -93,7 +93,12 @@ TEST_F(TableTest, _KVIFormNoteAppendFieldNameTables_OldRecord_NameShiftedByTwo) 
   ASSERT_EQ(Append(Form("x").Field(old)), KVSUCCESS);
   EXPECT_EQ(Fields(), std::vector<std::string>{"iftedxy"});
   old.description = "";
-  EXPECT_EQ(Append(Form("x").Field(old)), KVFAIL_BAD_FORMAT) << "two bytes past its end";
+  EXPECT_EQ(Append(Form("x").Field(old)), KVFAIL_BAD_FORMAT) << "past the end of the item";
+  old.name = "Shiftd";
+  ASSERT_EQ(Append(Form("x").Field(old).Text("t")), KVSUCCESS);
+  EXPECT_EQ(Fields(), std::vector<std::string>{"iftd" + kit::TextBytes("t").substr(0, 2)})
+      << "two bytes of what follows";
+  EXPECT_EQ(Append(Form("x").Field(old).NextItem().Text("t")), KVFAIL_BAD_FORMAT);
 }
 
 TEST_F(TableTest, _KVIFormNoteAppendFieldNameTables_NameTwice_DuplicateField) {

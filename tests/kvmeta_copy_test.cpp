@@ -1,6 +1,7 @@
 // Copies of design records.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,18 @@ TEST_F(CopyTest, KVIDesignNoteCopy_OtherDatabase_FreshRecordWithAllItems) {
   uint32_t found = 0;
   EXPECT_EQ(EngDesignFind(Other()->dbhand, "alias", 4, &found), 0);
   EXPECT_EQ(found, copy_);
+}
+
+TEST_F(CopyTest, KVIDesignNoteCopy_Source_ClosedAsSoonAsItIsCopied) {
+  const uint32_t id = StoreNote(4, {Title("Name")});
+  Spy spy;
+  ASSERT_EQ(Copy(KVDESIGN_FORM, id, Other()), KVSUCCESS);
+  const std::vector<std::string> names = spy.Names();
+  const auto copied = std::find(names.begin(), names.end(), "EngNoteCopy");
+  ASSERT_LT(copied + 1, names.end());
+  EXPECT_EQ(copied[1], "EngNoteClose");
+  EXPECT_EQ(spy.Find("EngNoteClose")->words[0], spy.Find("EngNoteCopy")->words[0]);
+  EXPECT_EQ(spy.Count("EngNoteClose"), 2u);
 }
 
 TEST_F(CopyTest, KVIDesignNoteCopy_SameDatabaseNoTitle_NameInUse) {

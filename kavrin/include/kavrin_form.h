@@ -125,7 +125,7 @@ KVAPI uint32_t KVFormLocateByName(uint32_t database, const char* formname);
  *  @param database  an open database of this thread
  *  @param formid    id of the form
  *  @param form      [out] the form, all zero on failure once `database` is known to be this thread's
- *  @return KVSUCCESS; KVFAIL_NO_DATABASE, KVFAIL_NULL_PARAM, KVFAIL_NO_FORM (no such record, none that is a
+ *  @return KVSUCCESS; KVFAIL_NO_DATABASE, KVFAIL_NULL_PARAM, KVFAIL_NO_FORM (no record that opens and is a
  *          form, one without its properties, or one that was deleted through this session),
  *          KVFAIL_NO_SHARED_FIELD (the shared definition of a field is gone), KVFAIL_NO_FIELD (it has no
  *          field), KVFAIL_NOT_FOUND (no page), KVFAIL_BAD_FORMAT (a damaged page or window title),

@@ -167,7 +167,8 @@ uint32_t KVICompositeItemCountBRCD(EngNote nh, const char* szItem, uint16_t wCDS
 // Field records of both kinds.
 uint32_t KVICompositeItemCountFields(EngNote nh, const char* szItem, uint32_t* pcount);
 
-// Bytes of the longest run of whole records from the start of buffer that an item of max_len bytes holds.
+// Bytes of the longest run of whole records from the start of buffer that an item of max_len bytes holds. The
+// last record counts without its pad where the buffer ends, so that nothing is left over there.
 uint32_t CompSplitBuffer(const char* buffer, uint32_t max_len);
 
 // ---- Open composites
@@ -306,8 +307,8 @@ bool _KVICDIsType(int32_t cdtype);
 uint32_t _CompCreate(_api_session* session, _COMPOSITE* comp, int32_t cdtype, void* compbuf,
                      _COMPNODE** compnode);
 // The record at a cursor made into a public one. *cdtype is the type wanted, 0 for any, and receives what it
-// is. compbuf null: no record; direct: pointers into the stored bytes instead of copies. complen (optional)
-// receives the bytes of the variable part.
+// is. compbuf null: no record, but the sizing, formulas included, is done; direct: pointers into the stored
+// bytes instead of copies. complen (optional) receives the bytes of the variable part.
 uint32_t _CompData(_api_session* session, _DOCUMENT* document, const COMPRECORD* comprec, int direct,
                    int32_t* cdtype, uint32_t* complen, void* compbuf);
 // Clears the bit of a font that has no meaning outside.

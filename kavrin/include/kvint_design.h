@@ -86,7 +86,7 @@ uint16_t _KVIDesignFind(_DATABASE* pdbase, uint32_t design_flags, const char* na
 
 // Splits the value of a title, without its type word, into pieces that lie in it; pieces that are absent have
 // a null address and length 0. hidden is 1 for a title in parentheses, else 0. KVFAIL_BAD_FORMAT for another
-// type and for a list whose count or lengths go past its end.
+// type, for a text whose length no 16 bits hold, and for a list whose count or lengths go past its end.
 uint32_t ParseTitle(const char* buffer, uint32_t length, uint16_t type, const char** name, uint16_t* namelen,
                     const char** dname1, uint16_t* dname1_len, const char** dname2, uint16_t* dname2_len,
                     int32_t* hidden);
