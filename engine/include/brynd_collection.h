@@ -78,7 +78,8 @@ BRYND_API EngStatus EngCollectionFindKey(EngCollection collection, const void* k
 BRYND_API EngStatus EngCollectionFindName(EngCollection collection, const char* name, uint16_t flags,
                                           COLLECTIONPOSITION* position, uint32_t* match_count);
 
-/** Builds the full-text index of a database, or brings it up to date; other flags or stop words build it anew.
+/** Builds the full-text index of a database, or brings it up to date; other flags or stop words build it
+ *  anew.
  *  @param flags 2 attachments too (not available in this build), 4 words as written too, 8 sentences and
  *    paragraphs, 0x10 no stop words, 0x40 build anew, 0x80 as the index is, 0x100 sealed items too
  *  @param stop_words UTF-8 file with words to leave out, or null for the usual ones
@@ -98,16 +99,17 @@ BRYND_API EngStatus EngFullTextIndexTimeGet(EngDb database, TIMEDATE* time);
  *  @param search [out] */
 BRYND_API EngStatus EngFullTextSearchOpen(EngSearch* search);
 
-/** Searches the documents of a database, in its full-text index when it has one; the index is brought up to
- *  date first. docs/fulltext.md tells how queries are written.
+/** Searches the documents of a database, in its full-text index when it has one; that is brought up to date
+ *  first. docs/fulltext.md tells how queries are written.
  *  @param search [in, out] keeps the hits @param collection 0, or the view to search in
  *  @param query what to find
  *  @param options 1 within the collection (not available in this build), 4 within the id table, 8 scores and,
- *    without 0x20, by score, 0x10 answer as an id table, 0x20 by date, 0x40 ascending, 0x80 limited, 0x200 stems
+ *    without 0x20, by score, 0x10 answer as an id table, 0x20 by date, 0x40 ascending, 0x80 limited,
+ *    0x200 stems
  *  @param limit most hits, 0 for all @param confine id table or 0
  *  @param hit_count [out] may be null @param reserved null
- *  @param results [out] owned by the caller: an id table, or a block of the count, a zero word, the ids, and a
- *    byte of score for each, 0 to 100
+ *  @param results [out] owned by the caller: an id table, or a block of the count, a zero word, the ids, and
+ *    a byte of score for each, 0 to 100
  *  @return 0; 0xf22 nothing found, 0xf03 no query, 0x1f0, 0x1f1, 0x1ff, 0x1f2 damaged. The owner's thread. */
 BRYND_API EngStatus EngFullTextSearchRun(EngDb database, EngSearch* search, EngCollection collection,
                                          const char* query, uint32_t options, uint16_t limit,
