@@ -43,7 +43,7 @@ void Keep(Database& database, std::shared_ptr<const IndexState> state, uint64_t 
       std::make_shared<const Kept>(Kept{.state = std::move(state), .checked_sequence = checked_sequence}));
 }
 
-void ReadChunk(Bytes value, std::vector<DocumentRow>* rows) {
+void ReadChunk(Bytes value, SharedArray<DocumentRow>* rows) {
   ByteReader in(value);
   const uint8_t version = in.U8();
   in.Skip(3);
@@ -59,11 +59,11 @@ void ReadChunk(Bytes value, std::vector<DocumentRow>* rows) {
     row.note_id = in.U32();
     row.word_count = in.U32();
     row.checksum = in.U32();
-    rows->push_back(row);
+    rows->PushBack(row);
   }
 }
 
-void WriteChunk(DatabaseWrite& write, const std::vector<DocumentRow>& rows, uint32_t chunk) {
+void WriteChunk(DatabaseWrite& write, const SharedArray<DocumentRow>& rows, uint32_t chunk) {
   const size_t first = size_t{chunk} * kChunkDocuments;
   const size_t end = std::min<size_t>(first + kChunkDocuments, rows.size());
   std::vector<std::byte> value(kChunkHeadBytes + (end - first) * kRowBytes);
@@ -82,8 +82,8 @@ void WriteChunk(DatabaseWrite& write, const std::vector<DocumentRow>& rows, uint
 }
 
 // The rows of all chunks, in order and without a gap.
-std::vector<DocumentRow> ReadRows(Database& database, uint32_t next_document) {
-  std::vector<DocumentRow> rows;
+SharedArray<DocumentRow> ReadRows(Database& database, uint32_t next_document) {
+  SharedArray<DocumentRow> rows;
   uint32_t chunk = 0;
   database.Store().ScanRecords(space::kFullText, {}, std::nullopt, [&](Bytes key, Bytes value) {
     if (!SameBytes(key, KeyOfChunk(chunk)) || rows.size() != size_t{chunk} * kChunkDocuments)
@@ -100,7 +100,7 @@ std::vector<DocumentRow> ReadRows(Database& database, uint32_t next_document) {
 void IndexNotes(IndexState* state) {
   uint32_t live_count = 0;
   uint64_t word_total = 0;
-  if (state->rows.front().note_id != 0) Fail(status::kDamaged);
+  if (state->rows[0].note_id != 0) Fail(status::kDamaged);
   for (uint32_t document = 1; document < state->rows.size(); ++document) {
     const DocumentRow& row = state->rows[document];
     if (row.note_id == 0) continue;
@@ -148,7 +148,7 @@ class IndexWriter {
     *state_ = IndexState{};
     state_->flags = flags;
     state_->stop_words = stop_words;
-    state_->rows.resize(1);
+    state_->rows.PushBack({});
     dirty_ = {0};
   }
 
@@ -200,7 +200,7 @@ class IndexWriter {
 
  private:
   void Bury(uint32_t document) {
-    DocumentRow& row = state_->rows[document];
+    DocumentRow& row = state_->rows.At(document);
     state_->documents.Set(row.note_id, 0);
     --state_->live_count;
     state_->word_total -= row.word_count;
@@ -212,7 +212,7 @@ class IndexWriter {
     const auto document = static_cast<uint32_t>(state_->rows.size());
     const uint32_t word_count = GatherTokens(view);
     if (word_count != 0) words_.Add(document, tokens_);
-    state_->rows.push_back(
+    state_->rows.PushBack(
         {.note_id = note_id, .word_count = word_count, .checksum = view.Image().Checksum()});
     state_->documents.Set(note_id, document);
     ++state_->live_count;
@@ -308,7 +308,8 @@ void TakeChanges(Database& database, const IndexState& stored, IndexWriter* writ
   if (!changed) {
     writer->TakeAll();
     // Rows that are gone without a trace.
-    for (const DocumentRow& row : stored.rows) {
+    for (uint32_t document = 1; document < stored.rows.size(); ++document) {
+      const DocumentRow& row = stored.rows[document];
       if (row.note_id != 0 && !database.Store().ReadNote(row.note_id, [](Bytes) {}))
         writer->Take(row.note_id, std::nullopt);
     }

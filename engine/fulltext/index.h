@@ -49,6 +49,34 @@ struct DocumentRow {
   uint32_t checksum = 0;  // of the note's image
 };
 
+// An array in pages. Copies share the pages that neither has changed, so that a small change of a large index
+// costs little.
+template <class Element>
+class SharedArray {
+ public:
+  size_t size() const noexcept { return size_; }
+  const Element& operator[](size_t index) const noexcept {
+    return (*pages_[index / kPageElements])[index % kPageElements];
+  }
+  // For a change of the element.
+  Element& At(size_t index) {
+    std::shared_ptr<Page>& page = pages_[index / kPageElements];
+    if (page.use_count() != 1) page = std::make_shared<Page>(*page);
+    return (*page)[index % kPageElements];
+  }
+  void PushBack(const Element& element) {
+    if (size_ % kPageElements == 0) pages_.push_back(std::make_shared<Page>());
+    ++size_;
+    At(size_ - 1) = element;
+  }
+
+ private:
+  static constexpr size_t kPageElements = 1024;
+  using Page = std::array<Element, kPageElements>;
+  std::vector<std::shared_ptr<Page>> pages_;
+  size_t size_ = 0;
+};
+
 // The document of each note, 0 without one. Copies share what they have in common.
 class NoteMap {
  public:
@@ -71,7 +99,7 @@ struct IndexState {
   uint32_t live_count = 0;
   uint64_t word_total = 0;
   StopWords stop_words;
-  std::vector<DocumentRow> rows;  // by document number
+  SharedArray<DocumentRow> rows;  // by document number
   NoteMap documents;
   std::vector<std::byte> fact;  // as stored
 

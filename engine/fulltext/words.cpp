@@ -85,6 +85,7 @@ icu::UnicodeString Fold(const icu::UnicodeString& text) {
   for (int32_t at = 0; at < apart.length(); at = apart.moveIndex32(at, 1)) {
     const UChar32 character = apart.char32At(at);
     if (character >= kAccentFirst && character <= kAccentLast) continue;
+    if (character <= ' ') continue;  // some letters fold to several words
     bare.append(character == kHighApostrophe ? UChar32{'\''} : character);
   }
   icu::UnicodeString whole = compose->normalize(bare, code);
@@ -216,17 +217,6 @@ void WordBreaker::BreakSentences(std::string_view text, store::Visitor<void(size
   icu.sentences->setText(icu.text);
   for (int32_t stop = icu.sentences->next(); stop != icu::BreakIterator::DONE; stop = icu.sentences->next())
     visitor(places_[static_cast<size_t>(stop)]);
-}
-
-std::string FoldText(std::string_view text) {
-  std::string folded;
-  if (IsPlainAscii(text)) {
-    folded.assign(text);
-    std::ranges::transform(folded, folded.begin(), LowerAscii);
-    return folded;
-  }
-  Fold(icu::UnicodeString(Utf16FromEngine(text).c_str())).toUTF8String(folded);
-  return folded;
 }
 
 std::string FoldUtf8(std::string_view utf8) {

@@ -59,8 +59,7 @@ class WordBreaker {
   std::vector<uint32_t> places_;  // byte position of each unit, and the end
 };
 
-// The folded form of a text that is compared whole.
-std::string FoldText(std::string_view text);  // of engine text
+// The folded form of a word.
 std::string FoldUtf8(std::string_view utf8);
 
 // Words that are left out.

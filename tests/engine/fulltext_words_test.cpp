@@ -96,6 +96,11 @@ TEST(WordBreakerTest, Break_RandomAscii_SameAsAmongOtherCharacters) {
   }
 }
 
+TEST(WordBreakerTest, Break_LettersThatFoldToSeveralWords_StayOne) {
+  EXPECT_EQ("صلىاللهعليهوسلم|a", Folded("ﷺ a"));
+  EXPECT_EQ("ι", Folded("ͺ"));
+}
+
 // No byte below 0x21 may get into a word: the index parts its tokens by them.
 TEST(WordBreakerTest, Break_RandomBytes_FormsHoldNoControls) {
   TestRandom random(SeedOfRun());
