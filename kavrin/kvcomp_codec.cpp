@@ -266,7 +266,8 @@ struct ROOM {
 bool FitsGrowthBlock(uint64_t bytes) { return bytes < kCompGrowthBytes; }
 
 // Finds room for a record with its pad: in the growth block at the end, in a new one there, or exactly. What
-// was deleted at the front of a growth block still takes its room.
+// was deleted at the front of a growth block still takes its room. Where a composite is built at its end, a
+// node and its block are one allocation; elsewhere the block can be fitted.
 uint32_t FindRoom(const _COMPOSITE* comp, _COMPNODE* candidate, uint32_t bytes, ROOM* room) {
   bool is_growth = false;
   if (candidate != nullptr || comp->nodelist == nullptr) {
@@ -277,9 +278,11 @@ uint32_t FindRoom(const _COMPOSITE* comp, _COMPNODE* candidate, uint32_t bytes, 
     }
     is_growth = FitsGrowthBlock(bytes);
   }
-  _COMPNODE* node = _KVICompNodeNew();
+  const bool is_append = candidate == nullptr || candidate->next == nullptr;
+  _COMPNODE* node = is_growth && is_append ? _KVICompNodeNewGrowth() : _KVICompNodeNew();
   if (node == nullptr) return KVFAIL_NO_MEMORY;
-  node->value_ptr = static_cast<char*>(KVIAllocateBytes(is_growth ? kCompGrowthBytes : bytes));
+  if (!node->holds_bytes)
+    node->value_ptr = static_cast<char*>(KVIAllocateBytes(is_growth ? kCompGrowthBytes : bytes));
   if (node->value_ptr == nullptr) {
     KVIFree(node);
     return KVFAIL_NO_MEMORY;

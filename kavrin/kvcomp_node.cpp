@@ -2,7 +2,8 @@
 //
 // (1) A split moves no bytes: both nodes look at the same storage afterwards, the head keeps `alloc`. (2)
 // Storage that several nodes look at is counted (COMPSTORAGE) and goes with the last of them, in whichever
-// order they go: a node that looks at bytes keeps them. (3) A growth block was never split, so it may move.
+// order they go: a node that looks at bytes keeps them. (3) A growth block was never split, so it may
+// move; one that lies behind its node in the same allocation (holds_bytes) stays, and goes with that node.
 // (4) An engine's block is locked once at most through one node.
 #include "brynd.h"
 #include "kavrin.h"
@@ -26,7 +27,10 @@ bool ShareStorage(_COMPNODE* node) {
   if (!node->alloc) return true;
   node->storage = KVIAllocate<COMPSTORAGE>();
   if (node->storage == nullptr) return false;
-  *node->storage = {.node_count = 2, .value_ptr = node->value_ptr, .pool = node->value_bid.pool};
+  *node->storage = {.node_count = 2,
+                    .value_ptr = node->value_ptr,
+                    .pool = node->value_bid.pool,
+                    .holder = node->holds_bytes ? node : nullptr};
   return true;
 }
 
@@ -41,6 +45,7 @@ uint32_t SplitNode(_COMPNODE* node, const COMPRECORD& place, _COMPNODE** tail) {
   }
   *behind = *node;
   behind->alloc = 0;
+  behind->holds_bytes = 0;
   behind->isbidlocked = 0;  // the lock, if there is one, is the head's
   behind->value_len -= place.offset;
   node->value_len -= behind->value_len;
@@ -56,15 +61,30 @@ uint32_t SplitNode(_COMPNODE* node, const COMPRECORD& place, _COMPNODE** tail) {
 
 _COMPNODE* _KVICompNodeNew() { return KVIAllocate<_COMPNODE>(); }
 
+_COMPNODE* _KVICompNodeNewGrowth() {
+  auto* node = static_cast<_COMPNODE*>(KVIAllocateBytes(sizeof(_COMPNODE) + kCompGrowthBytes));
+  if (node == nullptr) return nullptr;
+  *node = {};
+  node->value_ptr = reinterpret_cast<char*>(node + 1);
+  node->holds_bytes = 1;
+  return node;
+}
+
 void _KVICompNodeFree(_COMPNODE* node) {
   _KVICompNodeUnlock(node);
-  if (node->storage == nullptr) {
-    if (node->alloc) FreeStorage(node->value_ptr, node->value_bid.pool);
-  } else if (--node->storage->node_count == 0) {
-    FreeStorage(node->storage->value_ptr, node->storage->pool);
-    KVIFree(node->storage);
+  COMPSTORAGE* storage = node->storage;
+  if (storage == nullptr) {
+    if (node->alloc && !node->holds_bytes) FreeStorage(node->value_ptr, node->value_bid.pool);
+    KVIFree(node);
+    return;
   }
-  KVIFree(node);
+  if (node != storage->holder) KVIFree(node);
+  if (--storage->node_count != 0) return;
+  if (storage->holder != nullptr)
+    KVIFree(storage->holder);
+  else
+    FreeStorage(storage->value_ptr, storage->pool);
+  KVIFree(storage);
 }
 
 void _KVICompNodesFree(_COMPNODE* node) {
@@ -92,6 +112,7 @@ void _KVICompNodeUnlock(_COMPNODE* node) {
 void _KVICompNodeFit(_COMPNODE* node) {
   if (!node->comp_alloc) return;
   node->comp_alloc = 0;
+  if (node->holds_bytes) return;  // the node cannot move, and the block is full where composites are built
   const size_t bytes = size_t{node->value_offset} + node->value_len;
   void* fitted = KVIReallocateBytes(node->value_ptr, bytes == 0 ? 1 : bytes);
   if (fitted != nullptr) node->value_ptr = static_cast<char*>(fitted);  // else it keeps its slack

@@ -210,4 +210,34 @@ TEST_F(ErrorProcedureTest, KVDocumentGetBryndHandle_ProcedureClosesTheDocument_N
   EXPECT_EQ(note, 0u);
 }
 
+// ---- Items
+
+// A conversion reads the value where it lies in the note, and fails with that value in its hands.
+TEST_F(ErrorProcedureTest, KVItems_ProcedureClosesTheDocument_StatusAndNothingLeftLocked) {
+  const double number = 1.5;
+  for (const char* what : {"fetch", "pointer", "length", "put"}) {
+    document_ = New();
+    const std::string name = what;
+    ASSERT_EQ(KVItemPut(document_, "Count", KVTYPE_NUMBER, 0, KVTYPE_NUMBER, &number, 0), KVSUCCESS);
+    const Answer fails("EngNumberToText", kEngineFailure);
+    told_.clear();
+    AtFailure([&] { EXPECT_EQ(KVDocumentClose(document_, KVDOCWRITE_DISCARD), KVSUCCESS); });
+    int32_t type = KVTYPE_TEXT;
+    uint32_t length = 0;
+    char text[100] = {};
+    void* pointer = nullptr;
+    uint32_t status = KVSUCCESS;
+    if (name == "fetch") status = KVItemFetch(document_, "Count", nullptr, &length, &type, text);
+    if (name == "pointer") status = KVItemGetPointer(document_, "Count", nullptr, &length, &type, &pointer);
+    if (name == "length") status = KVItemGetLength(document_, "Count", nullptr, &type, &length);
+    if (name == "put") status = KVItemPut(document_, "Count", KVTYPE_TEXT, 0, KVTYPE_NUMBER, &number, 0);
+    // The procedure's own call clears the error state, so that the failure may be told once more.
+    ASSERT_FALSE(told_.empty()) << what;
+    EXPECT_EQ(told_.front(), status) << what;
+    EXPECT_EQ(pointer, nullptr) << what;
+    EXPECT_EQ(KVDocumentClose(document_, 0), KVFAIL_BAD_DOCUMENT) << what;
+    EXPECT_EQ(kit::Memory().locks, 0u) << what;
+  }
+}
+
 }  // namespace

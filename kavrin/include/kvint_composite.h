@@ -182,11 +182,14 @@ constexpr uint32_t kCompRelease = 0xffffffff;  // CompGetRecord: give the cursor
 constexpr uint32_t kCdLongLengthMax = 0xffff;  // of a record whose length is a word
 constexpr uint32_t kCdShortLengthMax = 254;    // of a record whose length is a byte
 
+struct _COMPNODE;
+
 // What several nodes look at after a split. Freed with the last of them, whichever goes first.
 struct COMPSTORAGE {
   uint32_t node_count;
   char* value_ptr;  // heap bytes, or null for the engine's block
   uint32_t pool;
+  _COMPNODE* holder;  // the node whose heap block holds the bytes, or null; it goes last
 };
 
 // One contiguous run of whole stored records.
@@ -199,6 +202,7 @@ struct _COMPNODE {
   uint32_t field_count;   // records, or kCompNotCounted
   int32_t comp_alloc;     // value_ptr is a growth block with room left
   int32_t alloc;          // this node owns its storage; clear in the tail of a split
+  int32_t holds_bytes;    // value_ptr lies behind the node itself, in one heap block
   _COMPNODE* next;
   COMPSTORAGE* storage;  // shared with other nodes since a split; null while the node is alone
 };
@@ -252,6 +256,8 @@ uint32_t _CompDeleteItem(_api_session* session, _DOCUMENT* doc, const char* item
 // A zero-filled node without storage, null when there is no memory. Freed with its storage by
 // _KVICompNodeFree, linked nowhere.
 _COMPNODE* _KVICompNodeNew();
+// A node with room for a growth block behind it, in one allocation; null without memory.
+_COMPNODE* _KVICompNodeNewGrowth();
 void _KVICompNodeFree(_COMPNODE* node);
 // The address of a node's first record. A node over an engine's block is locked, once at most; null when the
 // block is gone.
