@@ -251,7 +251,10 @@ void ChangeOneField(benchmark::State& state, const char* item) {
   Scene& scene = Scene::Get();
   uint32_t n = 0;
   EngCollectionUpdate(scene.flat);
-  EngCollectionClose(scene.categorised);  // alone, as the goal has it
+  // The view alone, as the goal has it; the other one stays closed, so that its rebuilding is not measured
+  // here.
+  EngCollectionClose(scene.categorised);
+  scene.categorised = 0;
   for (auto _ : state) {
     n = (n * 1664525 + 1013904223) % kNotes;
     EngNote note = 0;
@@ -262,7 +265,6 @@ void ChangeOneField(benchmark::State& state, const char* item) {
     EngNoteClose(note);
     if (EngCollectionUpdate(scene.flat) != 0) std::abort();
   }
-  scene.categorised = scene.Open(scene.categorised_view);
 }
 void ChangeShownField(benchmark::State& state) { ChangeOneField(state, "Priority"); }
 BENCHMARK(ChangeShownField)->Unit(benchmark::kMicrosecond);

@@ -31,11 +31,10 @@ bool IndexBuild::Takes(const ImageView& view) const {
 }
 
 void IndexBuild::Collect() {
-  RowMaker maker(database_, definition_);
   Row row;
   database_.Store().ScanNotes(1, [&](store::NoteId note_id, Bytes stored) {
     const std::optional<ImageView> view = database_.TryView(stored);
-    if (view && view->NoteId() == note_id && Takes(*view) && maker.Make(*view, &row)) AddDocument(row);
+    if (view && view->NoteId() == note_id && Takes(*view) && maker_.Make(*view, &row)) AddDocument(row);
     return true;
   });
 }

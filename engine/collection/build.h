@@ -15,8 +15,8 @@ namespace brynd::collection {
 
 class IndexBuild {
  public:
-  IndexBuild(Database& database, const Definition& definition, uint32_t view_id)
-      : database_(database), definition_(definition), view_id_(view_id) {}
+  IndexBuild(Database& database, const Definition& definition, RowMaker& maker, uint32_t view_id)
+      : database_(database), definition_(definition), maker_(maker), view_id_(view_id) {}
 
   // Writes both trees and says so in the head.
   void Run(store::Write& write, Head* head);
@@ -59,6 +59,7 @@ class IndexBuild {
 
   Database& database_;
   const Definition& definition_;
+  RowMaker& maker_;
   uint32_t view_id_;
   std::vector<Document> documents_;
   std::vector<double> numbers_;

@@ -161,6 +161,7 @@ void Index::CheckDesign() {
   });
   if (!found) Fail(status::kNoNote);
   if (design_read_ && checksum == design_checksum_) return;
+  maker_.reset();
   definition_ = ReadDefinition(*view_database_, view_id_);
   design_checksum_ = checksum;
   design_read_ = true;
@@ -171,6 +172,19 @@ void Index::SetHead(const Head& head) {
   if (cache_ == nullptr || !head_ || head_->collection != head.collection)
     cache_ = SharedCache(data_->Store().FileNumber(), head.collection);
   head_ = head;
+}
+
+RowMaker& Index::Maker() {
+  if (maker_ == nullptr) maker_ = std::make_unique<RowMaker>(*data_, definition_);
+  return *maker_;
+}
+
+uint64_t Index::RowCount() {
+  if (head_->rows == counted_root_) return row_count_;
+  NodeSource source = Rows();
+  row_count_ = Tree(source, head_->rows).Seek(BytesOf(ParentEnd(kTopPlace))).WeightBefore();
+  counted_root_ = head_->rows;
+  return row_count_;
 }
 
 bool Index::Look() {
@@ -209,7 +223,7 @@ void Index::BuildInto(DatabaseWrite& write) {
   head.collation = CollationVersion();
   head.sequence = data_->Store().Stamp().sequence;
   head.changes = LagOf(*data_, head).changes;
-  IndexBuild(*data_, definition_, view_id_).Run(write.Records(), &head);
+  IndexBuild(*data_, definition_, Maker(), view_id_).Run(write.Records(), &head);
   PutHead(write.Records(), key_, head);
   SetHead(head);
   stamp_ = kNoStamp;

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "base/idtable.h"
-#include "collection/entry.h"
+#include "collection/row.h"
 #include "collection/tree.h"
 
 namespace brynd::collection {
@@ -61,8 +61,10 @@ class Index {
   // Reads the head as the database is now. False when there is no usable index.
   bool Look();
   const Head& Now() const noexcept { return *head_; }
-  NodeSource Rows() { return {data_->Store(), *cache_, {head_->collection, kRowTree}}; }
-  NodeSource Finder() { return {data_->Store(), *cache_, {head_->collection, kFinderTree}}; }
+  NodeSource Rows() { return {data_->Store(), *cache_, {head_->collection, kRowTree}, shelf_.get()}; }
+  NodeSource Finder() { return {data_->Store(), *cache_, {head_->collection, kFinderTree}, shelf_.get()}; }
+  uint64_t RowCount();  // of all levels
+  RowMaker& Maker();
 
   // Learns a changed design of the view. Fails with the statuses of ReadDefinition.
   void CheckDesign();
@@ -92,6 +94,10 @@ class Index {
   std::optional<Head> head_;
   store::ViewStamp stamp_ = kNoStamp;
   std::shared_ptr<NodeCache> cache_;
+  std::unique_ptr<NodeShelf> shelf_ = std::make_unique<NodeShelf>();
+  std::unique_ptr<RowMaker> maker_;
+  NodeReference counted_root_;  // of row_count_
+  uint64_t row_count_ = 0;
 };
 
 // How far an index is behind.

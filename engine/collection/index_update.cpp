@@ -22,8 +22,7 @@ IndexUpdate::IndexUpdate(Index& index, DatabaseWrite& write, const Lag& lag)
       row_source_(index.Rows()),
       finder_source_(index.Finder()),
       rows_(row_source_, head_.rows, &head_.next_node),
-      finder_(finder_source_, head_.finder, &head_.next_node),
-      maker_(index.Data(), index.Design()) {
+      finder_(finder_source_, head_.finder, &head_.next_node) {
   head_.sequence = lag.sequence;
   head_.changes = lag.changes;
 }
@@ -106,7 +105,7 @@ bool IndexUpdate::Selects(const ImageView& view, Row* row) {
     const std::string key = MemberKey(index_.ViewId(), view.NoteId());
     if (!index_.Data().Store().ReadRecord(kHeadSpace, BytesOf(key), [](Bytes) {})) return false;
   }
-  return maker_.Make(view, row);
+  return index_.Maker().Make(view, row);
 }
 
 Place IndexUpdate::MakeCategory(Place parent, uint32_t level, const CategoryPiece& piece,

@@ -61,7 +61,6 @@ class IndexUpdate {
   Head head_;
   NodeSource row_source_, finder_source_;
   TreeEdit rows_, finder_;
-  RowMaker maker_;
   Row row_;
   std::set<uint32_t> touched_;  // categories that may have become empty
 };

@@ -29,8 +29,10 @@ constexpr uint8_t kNodeVersion = 1;
 constexpr size_t kNodeHeadBytes = 8 + 1 + 1 + 2 + 4 + 4;
 constexpr size_t kLeafSlotBytes = 4 + 4 + 2;
 constexpr size_t kInnerSlotBytes = 4 + 4 + 8 + 8 + 8;
-constexpr size_t kNodeBytesMax = 4000;  // a fuller node is split, unless it holds a single entry
-constexpr size_t kNodeBytesMin = 1000;  // a node that shrank below is joined with a neighbour
+// A fuller node is split, unless it holds a single entry. Records up to this size lie whole in a page of the
+// store's own index; longer ones would cost it an overflow page each, read at every comparison.
+constexpr size_t kNodeBytesMax = 1980;
+constexpr size_t kNodeBytesMin = 500;  // a node that shrank below is joined with a neighbour
 constexpr size_t kTreeKeyBytesMax = 1800;
 constexpr uint8_t kTreeLevelMax = 12;
 constexpr size_t kPayloadBytesMax = 128 * 1024;

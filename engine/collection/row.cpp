@@ -148,7 +148,11 @@ std::vector<CategoryPath> RowMaker::PathsOfColumn(size_t column) {
 void RowMaker::SetPaths(Row* row) {
   row->paths.emplace_back();
   for (size_t column = 0; column < definition_.categories.size(); ++column) {
-    const std::vector<CategoryPath> ways = PathsOfColumn(column);
+    std::vector<CategoryPath> ways = PathsOfColumn(column);
+    if (ways.size() == 1) {  // nearly always
+      for (CategoryPath& path : row->paths) path.insert(path.end(), ways[0].begin(), ways[0].end());
+      continue;
+    }
     std::vector<CategoryPath> longer;
     for (const CategoryPath& path : row->paths) {
       for (const CategoryPath& way : ways) {

@@ -41,6 +41,13 @@ void NodeCache::Clear() noexcept {
 
 std::shared_ptr<const Node> NodeSource::Load(const NodeReference& reference) {
   ++asked_;
+  if (shelf_ == nullptr) return LoadShared(reference);
+  std::shared_ptr<const Node>& slot = shelf_->Slot(name_, reference.number);
+  if (slot == nullptr || !(slot->Reference() == reference)) slot = LoadShared(reference);
+  return slot;
+}
+
+std::shared_ptr<const Node> NodeSource::LoadShared(const NodeReference& reference) {
   if (std::shared_ptr<const Node> kept = cache_.Find(name_, reference)) return kept;
   ++fetched_;
   std::vector<std::byte> stored;

@@ -48,11 +48,23 @@ class NodeCache {
   size_t bytes_ = 0;
 };
 
-// Where a reader finds nodes: in memory, else in the store.
+// The nodes one handle used last, found without a lock.
+class NodeShelf {
+ public:
+  std::shared_ptr<const Node>& Slot(TreeName name, uint32_t number) noexcept {
+    return slots_[(number * 2 + name.tree) % kSlots];
+  }
+
+ private:
+  static constexpr size_t kSlots = 1024;
+  std::array<std::shared_ptr<const Node>, kSlots> slots_;
+};
+
+// Where a reader finds nodes: in memory, else in the store. A shelf serves one thread.
 class NodeSource {
  public:
-  NodeSource(store::Database& database, NodeCache& cache, TreeName name) noexcept
-      : database_(database), cache_(cache), name_(name) {}
+  NodeSource(store::Database& database, NodeCache& cache, TreeName name, NodeShelf* shelf = nullptr) noexcept
+      : database_(database), cache_(cache), shelf_(shelf), name_(name) {}
 
   std::shared_ptr<const Node> Load(const NodeReference& reference);  // fails with kDamaged
   TreeName Name() const noexcept { return name_; }
@@ -61,8 +73,11 @@ class NodeSource {
   uint64_t Fetched() const noexcept { return fetched_; }
 
  private:
+  std::shared_ptr<const Node> LoadShared(const NodeReference& reference);
+
   store::Database& database_;
   NodeCache& cache_;
+  NodeShelf* shelf_;
   TreeName name_;
   uint64_t asked_ = 0, fetched_ = 0;
 };

@@ -15,7 +15,7 @@ bool IsNavigator(uint16_t navigator) noexcept {
 
 Walk::Walk(Index& index) : source_(index.Rows()), tree_(source_, index.Now().rows) {
   levels_.reserve(8);
-  row_count_ = tree_.Seek(BytesOf(ParentEnd(kTopPlace))).WeightBefore();
+  row_count_ = index.RowCount();
 }
 
 void Walk::ToStart() noexcept {
@@ -29,6 +29,15 @@ Walk::LevelState& Walk::Push(Place parent) {
   LevelState& level = levels_[depth_++];
   level.parent = parent;
   return level;
+}
+
+// Where the rows of the level's parent begin; those of the top are the first of all.
+void Walk::SetStart(LevelState& level) const {
+  level.first_rank = level.first_weight = 0;
+  if (level.parent == kTopPlace) return;
+  const Cursor first = tree_.Seek(BytesOf(ParentKey(level.parent)));
+  level.first_rank = first.Rank();
+  level.first_weight = first.WeightBefore();
 }
 
 // The row must be one of its level: what a damaged tree leads to is not shown.
@@ -69,9 +78,7 @@ bool Walk::Go(const COLLECTIONPOSITION& position) {
   for (uint32_t i = 0; i <= position.Level; ++i) {
     if (i != 0 && Weight() <= 1) return ToStart(), false;
     LevelState& level = Push(parent);
-    const Cursor first = tree_.Seek(BytesOf(ParentKey(parent)));
-    level.first_rank = first.Rank();
-    level.first_weight = first.WeightBefore();
+    SetStart(level);
     const uint32_t ordinal = position.Tumbler[i];
     level.cursor = tree_.AtRank(level.first_rank + ordinal - 1);
     if (ordinal == 0 || level.cursor.AtEnd() || ParentOf(level.cursor.Key()) != parent)
@@ -90,9 +97,7 @@ bool Walk::ToRow(uint64_t row) {
   Place parent = kTopPlace;
   for (;;) {
     LevelState& level = Push(parent);
-    const Cursor first = tree_.Seek(BytesOf(ParentKey(parent)));
-    level.first_rank = first.Rank();
-    level.first_weight = first.WeightBefore();
+    SetStart(level);
     level.cursor = tree_.AtWeight(level.first_weight + row);
     CheckTop();
     row -= level.cursor.WeightBefore() - level.first_weight;
@@ -105,9 +110,7 @@ bool Walk::ToRow(uint64_t row) {
 void Walk::Enter(const Cursor& cursor) {
   const Place parent = depth_ == 0 ? kTopPlace : OwnPlace();
   LevelState& level = Push(parent);
-  const Cursor first = tree_.Seek(BytesOf(ParentKey(parent)));
-  level.first_rank = first.Rank();
-  level.first_weight = first.WeightBefore();
+  SetStart(level);
   level.cursor = cursor;
   CheckTop();
   CountRow();
@@ -142,9 +145,7 @@ void Walk::PushLast() {
   while (Weight() > 1) {
     const Place parent = OwnPlace();
     LevelState& level = Push(parent);
-    const Cursor first = tree_.Seek(BytesOf(ParentKey(parent)));
-    level.first_rank = first.Rank();
-    level.first_weight = first.WeightBefore();
+    SetStart(level);
     level.cursor = tree_.Seek(BytesOf(ParentEnd(parent)));
     if (!level.cursor.Previous()) Fail(status::kDamaged);
     CheckTop();

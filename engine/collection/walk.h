@@ -86,6 +86,7 @@ class Walk {
   LevelState& Top() noexcept { return levels_[depth_ - 1]; }
   const LevelState& Top() const noexcept { return levels_[depth_ - 1]; }
   LevelState& Push(Place parent);
+  void SetStart(LevelState& level) const;
   void CheckTop() const;
   void CountRow() noexcept;
   bool PushFirst();

@@ -76,12 +76,13 @@ TEST_F(TreeEditTest, Write_ManyChangesInOneLeaf_OneNodeALevelWritten) {
     model[key] = {1, std::string(60, 'p')};
   }
   Build(model);
-  ASSERT_EQ(2u, root_.level);
+  const uint32_t path = root_.level + 1u;
+  ASSERT_GT(path, 2u);
   const WriteReport report = Change([&](TreeEdit& edit) {
     for (int i = 0; i < 30; ++i) edit.Put(In("00010000"), 5, In(std::string(60, static_cast<char>('a' + i))));
     edit.AddWeight(In("00010001"), 3);
   });
-  EXPECT_EQ(3u, report.written);
+  EXPECT_EQ(path, report.written);
   EXPECT_EQ(0u, report.removed);
   model["00010000"] = {5, std::string(60, 'a' + 29)};
   model["00010001"].first += 3;

@@ -43,16 +43,17 @@ TEST_F(TreeTest, Seek_BuiltTreesOfManySizes_SameAsMap) {
 
 TEST_F(TreeTest, AtRank_LargeTree_ReadsOneNodeALevel) {
   Build(ModelOf(40000));
-  ASSERT_EQ(2u, root_.level);
+  ASSERT_LE(root_.level, 4u);
+  const uint64_t path = root_.level + 1u;
   for (const uint64_t rank : {uint64_t{0}, uint64_t{1}, uint64_t{20000}, uint64_t{39999}}) {
     NodeSource source = Source();
     const Tree tree(source, root_);
     EXPECT_EQ(rank, tree.AtRank(rank).Rank());
-    EXPECT_EQ(3u, source.Asked());
+    EXPECT_EQ(1u * path, source.Asked());
     tree.AtWeight(rank);
-    EXPECT_EQ(6u, source.Asked());
+    EXPECT_EQ(2u * path, source.Asked());
     tree.Seek(In(KeyOf(static_cast<uint32_t>(3 * rank))));
-    EXPECT_EQ(9u, source.Asked());
+    EXPECT_EQ(3u * path, source.Asked());
   }
 }
 
@@ -85,7 +86,7 @@ TEST_F(TreeTest, Load_NodeInMemoryIsOfAnotherMoment_StoreIsAsked) {
 }
 
 TEST_F(TreeTest, Load_EveryByteOfANodeChanged_Damaged) {
-  Build(ModelOf(70));
+  Build(ModelOf(40));
   ASSERT_EQ(1u, root_.level);
   const NodeKey key = KeyOfNode(kName, root_.number);
   std::vector<std::byte> whole;
