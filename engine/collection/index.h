@@ -36,7 +36,7 @@ struct Head {
   uint32_t last_category = 0;
   uint32_t next_node = 1;
   uint32_t documents = 0;
-  NodeReference rows, finder;
+  NodeReference rows{}, finder{};
 };
 
 std::string HeadKey(uint64_t view_instance, uint32_t view_id);

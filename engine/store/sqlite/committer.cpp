@@ -13,8 +13,12 @@ constexpr std::chrono::milliseconds kViewCheck{1000};
 
 // Never destroyed: a process may exit with databases open, whose handles go in their own time.
 Committer& Committer::OfProcess() {
-  static Committer* const committer = new Committer;
-  return *committer;
+  static union Lasting {
+    Lasting() : committer() {}
+    ~Lasting() {}
+    Committer committer;
+  } lasting;
+  return lasting.committer;
 }
 
 Committer::~Committer() {
