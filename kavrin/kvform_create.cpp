@@ -1,5 +1,5 @@
-// New forms and subforms: the caller's record checked and made into a spec, the spec and the page into a
-// record.
+// New forms and subforms: the public record is checked and made into a _FORMSPEC, which with the page becomes
+// a stored record.
 //
 // (1) Nothing is stored before everything has been written into the note: a failure leaves no record.
 #include "brynd.h"

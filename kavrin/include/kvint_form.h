@@ -143,7 +143,7 @@ uint32_t KVIFormTranslateOpen(int Translate, uint32_t* formopen_flags, uint32_t*
 // ---- Fields
 
 // Fills a slot from a field record of that many bytes, header included, which may lie anywhere; what it needs
-// of the form goes into the spec, unless it is a shared field that was read before. KVFAIL_NO_SHARED_FIELD,
+// of the form goes into formspec, unless it is a shared field that was read before. KVFAIL_NO_SHARED_FIELD,
 // KVFAIL_NO_FIELD, KVFAIL_BAD_FORMAT (lengths that pass the record's end), KVFAIL_NO_MEMORY, or an engine
 // status; the slot is empty then.
 uint32_t KVIFieldGetSpec(_DATABASE* dbase, uint16_t signature, const char* buffer, uint32_t buffer_bytes,
