@@ -138,8 +138,7 @@ Lag LagOf(Database& database, const Head& head) {
   if (to_pass != 0) lag.known = false;
   lag.changes = own;
   std::ranges::sort(lag.notes);
-  const auto same = std::ranges::unique(lag.notes);
-  lag.notes.erase(same.begin(), same.end());
+  lag.notes.erase(std::unique(lag.notes.begin(), lag.notes.end()), lag.notes.end());
   return lag;
 }
 
@@ -292,9 +291,9 @@ void Index::BringUpToDate(std::span<Index* const> indexes) {
     updates.push_back(std::make_unique<IndexUpdate>(*index, write, lag));
     for (const uint32_t note_id : lag.notes) work[note_id].push_back(updates.back().get());
   }
-  for (const auto& [note_id, takers] : work) {
-    Show(database, note_id, [&](const ImageView* view) {
-      for (IndexUpdate* update : takers) update->Apply(note_id, view);
+  for (const auto& change : work) {
+    Show(database, change.first, [&](const ImageView* view) {
+      for (IndexUpdate* update : change.second) update->Apply(change.first, view);
     });
   }
   for (const std::unique_ptr<IndexUpdate>& update : updates) update->Finish();

@@ -307,7 +307,8 @@ void IndexUpdate::MoveStands(const NoteRecord& old, const NoteRecord& now, const
 
 // --- responses
 
-void IndexUpdate::RemoveResponses(uint32_t note_id, uint32_t category) {
+void IndexUpdate::RemoveResponses(uint32_t note_id, uint32_t category, uint32_t depth) {
+  if (depth > kLevelMax) Fail(status::kDamaged);
   const Place place = PlaceOf(category, note_id);
   for (;;) {
     const std::optional<TreeEdit::Place> next = rows_.Next(BytesOf(ParentKey(place)));
@@ -317,7 +318,7 @@ void IndexUpdate::RemoveResponses(uint32_t note_id, uint32_t category) {
     if (!record) Fail(status::kDamaged);
     const auto stand = std::ranges::find(record->stands, category, &Stand::Category);
     if (stand == record->stands.end()) Fail(status::kDamaged);
-    RemoveResponses(response, category);
+    RemoveResponses(response, category, depth + 1);
     const std::string key = KeyOf(*stand);
     if (!rows_.Erase(BytesOf(key))) Fail(status::kDamaged);
     AddWeightUp(place, -1);

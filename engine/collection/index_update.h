@@ -46,7 +46,7 @@ class IndexUpdate {
   void RemoveStands(uint32_t note_id, const NoteRecord& old, const NoteRecord& now);
   void MoveStands(const NoteRecord& old, const NoteRecord& now, const std::string& payload,
                   std::vector<uint32_t>* fresh);
-  void RemoveResponses(uint32_t note_id, uint32_t category);
+  void RemoveResponses(uint32_t note_id, uint32_t category, uint32_t depth = 0);
   void AddResponses(uint32_t note_id, const UNIVERSALNOTEID& unid, uint32_t category);
   void AddResponse(uint32_t note_id, Place parent);
 
