@@ -167,8 +167,6 @@ uint16_t KVIBryndDesignCollCreate(EngDb dbh) {
   EngCollection collection = 0;
   const uint16_t brstatus =
       EngCollectionOpen(dbh, dbh, noteid, 1, 0, &collection, nullptr, nullptr, nullptr, nullptr);
-  // An engine without collections has the record all the same: the collection is built at its first opening.
-  if ((brstatus & 0x3fff) == kEngNotAvailable) return 0;
   if (brstatus) return brstatus;
   EngCollectionClose(collection);
   return 0;

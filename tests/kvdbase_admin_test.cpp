@@ -358,11 +358,6 @@ TEST_F(AdminTest, KVDatabaseCreate_AnyAllocationFails_NothingIsLeftBehind) {
   }
 }
 
-TEST_F(AdminTest, KVDatabaseCreate_EngineWithoutCollections_CreatesAllTheSame) {
-  Fault fault = Fault::EngineCall(1, kNotAvailable, "EngCollectionOpen");
-  EXPECT_EQ(Create("new.qdb"), KVSUCCESS);
-}
-
 TEST_F(AdminTest, KVDatabaseCreate_NoAccessControlList_EngineStatusAndNothingLeft) {
   ASSERT_EQ(Create("template.qdb"), KVSUCCESS);
   {

@@ -13,7 +13,6 @@ using kit::Fault;
 using kit::Spy;
 
 constexpr uint16_t kEngineFailure = 0x1f7;
-constexpr uint16_t kNotAvailable = 0x1ff;
 constexpr uint32_t kDesignCollection = 0xffff0020;
 
 class DesignCollectionTest : public kit::KavrinTest {
@@ -232,20 +231,19 @@ TEST_F(DesignCollectionTest, KVIBryndDesignCollCreate_Exists_DoesNothing) {
   EXPECT_EQ(spy.Names(), (std::vector<std::string>{"EngNoteOpen", "EngNoteClose"}));
 }
 
-TEST_F(DesignCollectionTest, KVIBryndDesignCollCreate_CollectionOpenFails_ItsStatusUnlessNotAvailable) {
-  {
-    Fault fault = Fault::EngineCall(1, kEngineFailure, "EngCollectionOpen");
-    EXPECT_EQ(KVIBryndDesignCollCreate(dbhand_), kEngineFailure);
-    EXPECT_TRUE(fault.Hit());
-  }
-  EngDb other = 0;
-  ASSERT_EQ(EngDbOpen(MakeDatabase("other.qdb").c_str(), &other), 0);
-  {
-    Fault fault = Fault::EngineCall(1, kNotAvailable, "EngCollectionOpen");
-    EXPECT_EQ(KVIBryndDesignCollCreate(other), 0);
-    EXPECT_TRUE(fault.Hit());
-  }
-  EXPECT_EQ(EngDbClose(other), 0);
+TEST_F(DesignCollectionTest, KVIBryndDesignCollCreate_CollectionOpenFails_ItsStatus) {
+  Fault fault = Fault::EngineCall(1, kEngineFailure, "EngCollectionOpen");
+  EXPECT_EQ(KVIBryndDesignCollCreate(dbhand_), kEngineFailure);
+  EXPECT_TRUE(fault.Hit());
+}
+
+TEST_F(DesignCollectionTest, KVIBryndDesignCollCreate_New_CollectionBuiltAndClosed) {
+  Spy spy;
+  EXPECT_EQ(KVIBryndDesignCollCreate(dbhand_), 0);
+  const std::vector<std::string> names = spy.Names();
+  ASSERT_GE(names.size(), 2u);
+  EXPECT_EQ(names[names.size() - 2], "EngCollectionOpen");
+  EXPECT_EQ(names.back(), "EngCollectionClose");
 }
 
 }  // namespace
