@@ -112,7 +112,8 @@ KVAPI uint32_t KVDocumentOpen(uint32_t database, uint32_t docid, uint32_t docope
  *  @param document        an open document
  *  @param docwrite_flags  KVDOCWRITE_ bits; with KVDOCWRITE_DISCARD the changes made so far count as none,
  * but stay in the open document: a later change saves them all
- *  @return KVSUCCESS; KVFAIL_BAD_DOCUMENT, KVFAIL_BAD_HANDLE, or an engine status, a conflict for instance */
+ *  @return KVSUCCESS; KVFAIL_BAD_DOCUMENT (also if an error procedure closed it), KVFAIL_BAD_HANDLE, or an
+ * engine status, a conflict for instance */
 KVAPI uint32_t KVDocumentSave(uint32_t document, uint32_t docwrite_flags);
 
 /** Closes a document, storing its changes unless KVDOCWRITE_DISCARD is given. The handle is gone also when
