@@ -1,4 +1,7 @@
 // Public records and stored ones, there and back: all types but fields.
+//
+// A plus in front of a member copies it: members of packed records lie at any address, and the macros of
+// tests take references.
 #include "kvcomp_world.h"
 
 namespace {
@@ -45,24 +48,24 @@ KVCDPABDEF SomePabDef() {
 
 TEST_F(CodecTest, Defaults_AsTold) {
   const KVCDPABDEF pabdef = KVCDPABDEF_DEFAULT;
-  EXPECT_EQ(pabdef.left_margin_twips, 1440u);
-  EXPECT_EQ(pabdef.first_left_margin_twips, 1440u);
-  EXPECT_EQ(pabdef.tab_twips[0], 720);
-  EXPECT_EQ(pabdef.tab_twips[1], 0);
-  EXPECT_EQ(pabdef.right_margin_twips, 0u);
-  EXPECT_EQ(pabdef.tab_count, 0u);
+  EXPECT_EQ(+pabdef.left_margin_twips, 1440u);
+  EXPECT_EQ(+pabdef.first_left_margin_twips, 1440u);
+  EXPECT_EQ(+pabdef.tab_twips[0], 720);
+  EXPECT_EQ(+pabdef.tab_twips[1], 0);
+  EXPECT_EQ(+pabdef.right_margin_twips, 0u);
+  EXPECT_EQ(+pabdef.tab_count, 0u);
   const KVFONTSTYLE font = KVFONTSTYLE_DEFAULT;
-  EXPECT_EQ(font.face, 1);
-  EXPECT_EQ(font.size, 10);
+  EXPECT_EQ(+font.face, 1);
+  EXPECT_EQ(+font.size, 10);
   EXPECT_EQ(font.font_flags + font.color, 0);
   const KVCDFIELD field = KVCDFIELD_DEFAULT;
-  EXPECT_EQ(field.type, KVTYPE_TEXT);
-  EXPECT_EQ(field.field_flags, 2u);
-  EXPECT_EQ(field.format.number.decimal_digits, 1u);
-  EXPECT_EQ(field.format.datetime.datetime, 2);
-  EXPECT_EQ(field.format.listsep.display, 2);
-  EXPECT_EQ(field.format.listsep.sepallow_flags, 14u);
-  EXPECT_EQ(field.buffer, nullptr);
+  EXPECT_EQ(+field.type, KVTYPE_TEXT);
+  EXPECT_EQ(+field.field_flags, 2u);
+  EXPECT_EQ(+field.format.number.decimal_digits, 1u);
+  EXPECT_EQ(+field.format.datetime.datetime, 2);
+  EXPECT_EQ(+field.format.listsep.display, 2);
+  EXPECT_EQ(+field.format.listsep.sepallow_flags, 14u);
+  EXPECT_EQ(+field.buffer, nullptr);
 }
 
 TEST_F(CodecTest, PabDef_EachField_StoredAndReadBack) {
@@ -97,8 +100,8 @@ TEST_F(CodecTest, PabDef_FlagsAndLists_Translated) {
     EXPECT_EQ(KVILoad<uint16_t>(Last().data() + 62), each.stored);
     KVCDPABDEF back{};
     ASSERT_EQ(FetchLast(nullptr, &back), KVSUCCESS);
-    EXPECT_EQ(back.pab_flags, each.stored);
-    EXPECT_EQ(back.list_format, each.list_back);
+    EXPECT_EQ(+back.pab_flags, each.stored);
+    EXPECT_EQ(+back.list_format, each.list_back);
   }
 }
 
@@ -132,20 +135,20 @@ TEST_F(CodecTest, PabDef_OlderCaller_WithoutListFormat) {
   } back{{}, kUntouched};
   ASSERT_EQ(FetchLast(nullptr, &back.record), KVSUCCESS);
   EXPECT_EQ(memcmp(&back.record, &older, sizeof older), 0);
-  EXPECT_EQ(back.behind, kUntouched);
+  EXPECT_EQ(+back.behind, kUntouched);
   session_->kvprog_version = 0x40000;
   KVCDPABDEF pabdef{};
   ASSERT_EQ(FetchLast(nullptr, &pabdef), KVSUCCESS);
-  EXPECT_EQ(pabdef.list_format, 0);
-  EXPECT_EQ(pabdef.line_spacing, 2u);
-  EXPECT_EQ(pabdef.tab_twips[1], -5);
+  EXPECT_EQ(+pabdef.list_format, 0);
+  EXPECT_EQ(+pabdef.line_spacing, 2u);
+  EXPECT_EQ(+pabdef.tab_twips[1], -5);
   for (const auto& [list_format, flag] : {std::pair{1, 0x400u}, {2, 0x1000u}}) {
     pabdef.list_format = list_format;
     session_->kvprog_version = 0x40000;
     ASSERT_EQ(Insert(KVCDTYPE_PABDEF, &pabdef), KVSUCCESS);
     session_->kvprog_version = 0x3ffff;
     ASSERT_EQ(FetchLast(nullptr, &back.record), KVSUCCESS);
-    EXPECT_EQ(back.record.words[1], 0x200 | flag);  // the list is still told by the flags
+    EXPECT_EQ(+back.record.words[1], 0x200 | flag);  // the list is still told by the flags
   }
 }
 
@@ -155,7 +158,7 @@ TEST_F(CodecTest, BCKWCDRecordConvert_SourceIsTarget_RightData) {
   const KVCDPABDEF before = record;
   ASSERT_EQ(BCKWCDRecordConvertNewToOld(0x30000, KVCDTYPE_PABDEF, &record, &record), KVSUCCESS);
   ASSERT_EQ(BCKWCDRecordConvertOldToNew(0x30000, KVCDTYPE_PABDEF, &record, &record), KVSUCCESS);
-  EXPECT_EQ(record.list_format, 0);
+  EXPECT_EQ(+record.list_format, 0);
   record.list_format = 2;
   EXPECT_EQ(memcmp(&record, &before, sizeof record), 0);
   EXPECT_EQ(BCKWCDRecordConvertOldToNew(0x30000, KVCDTYPE_TEXT, &record, &record), KVFAIL_NO_ACTION);
@@ -170,7 +173,7 @@ TEST_F(CodecTest, PabRefAndParagraph_StoredAndReadBack) {
   int32_t cdtype = 0;
   ASSERT_EQ(FetchLast(&cdtype, &back), KVSUCCESS);
   EXPECT_EQ(cdtype, KVCDTYPE_PABREF);
-  EXPECT_EQ(back.pabid, 0xfffeu);
+  EXPECT_EQ(+back.pabid, 0xfffeu);
   ASSERT_EQ(Insert(KVCDTYPE_PARAGRAPH, nullptr), KVSUCCESS);
   EXPECT_EQ(Last(), Paragraph());
   cdtype = 0;
@@ -184,7 +187,7 @@ TEST_F(CodecTest, Text_FontAndLength_StoredAndReadBack) {
   char bytes[] = "odd";
   KVCDTEXT text{{2, 0x47, 3, 12}, 3, bytes};
   ASSERT_EQ(Insert(KVCDTYPE_TEXT, &text), KVSUCCESS);
-  EXPECT_EQ(text.font.font_flags, 0x07);  // cleared in the caller's structure too
+  EXPECT_EQ(+text.font.font_flags, 0x07);  // cleared in the caller's structure too
   EXPECT_EQ(Last(), TextRecord("odd", 0x0c030702));
   const _COMPNODE* node = CompOf(composite_)->nodelist;
   EXPECT_EQ(node->value_len, 12u);

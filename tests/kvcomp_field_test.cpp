@@ -1,4 +1,7 @@
 // Field records: formulas compiled and told as text, the six parts, the older form, damage.
+//
+// A plus in front of a member copies it: members of packed records lie at any address, and the macros of
+// tests take references.
 #include "kvcomp_world.h"
 
 namespace {
@@ -44,21 +47,21 @@ TEST_F(FieldRecordTest, Field_AllParts_StoredAndReadBackAsText) {
   field.field_flags = 0xffffffff;
   field.font = {2, 0x41, 3, 12};
   ASSERT_EQ(Insert(&field), KVSUCCESS);
-  EXPECT_EQ(field.font.font_flags, 1);
+  EXPECT_EQ(+field.font.font_flags, 1);
   const CDFIELD stored = Stored();
-  EXPECT_EQ(stored.Signature, 0xff8a);
-  EXPECT_EQ(stored.Length, RecordAt(composite_, 1).size());
-  EXPECT_EQ(stored.Flags, 0x3dbf);
-  EXPECT_EQ(stored.DataType, 0x300);
-  EXPECT_EQ(stored.ListDelim, 2 << 12 | 14);
-  EXPECT_EQ(stored.NumberFormat.Digits, 1);
-  EXPECT_EQ(stored.TimeFormat.Structure, 2);
-  EXPECT_EQ(stored.FontID, 0x0c030102u);
-  EXPECT_EQ(stored.NameLength, 4);
-  EXPECT_EQ(stored.DescLength, 13);
-  EXPECT_EQ(stored.TextValueLength, 4);
+  EXPECT_EQ(+stored.Signature, 0xff8a);
+  EXPECT_EQ(+stored.Length, RecordAt(composite_, 1).size());
+  EXPECT_EQ(+stored.Flags, 0x3dbf);
+  EXPECT_EQ(+stored.DataType, 0x300);
+  EXPECT_EQ(+stored.ListDelim, 2 << 12 | 14);
+  EXPECT_EQ(+stored.NumberFormat.Digits, 1);
+  EXPECT_EQ(+stored.TimeFormat.Structure, 2);
+  EXPECT_EQ(+stored.FontID, 0x0c030102u);
+  EXPECT_EQ(+stored.NameLength, 4);
+  EXPECT_EQ(+stored.DescLength, 13);
+  EXPECT_EQ(+stored.TextValueLength, 4);
   EXPECT_EQ(stored.Unused1, 0);
-  EXPECT_EQ(stored.Length, 36 + stored.DVLength + stored.ITLength + stored.IVLength + 4 + 13 + 4);
+  EXPECT_EQ(+stored.Length, 36 + stored.DVLength + stored.ITLength + stored.IVLength + 4 + 13 + 4);
   EXPECT_EQ(RecordAt(composite_, 1).substr(stored.Length - 21u), "Namea descriptionkeys");
 
   uint32_t bytes = 0;
@@ -68,9 +71,9 @@ TEST_F(FieldRecordTest, Field_AllParts_StoredAndReadBackAsText) {
   KVCDFIELD back{};
   back.buffer = copy.data();
   ASSERT_EQ(KVCDRecordFetch(composite_, 1, &cdtype, &back), KVSUCCESS);
-  EXPECT_EQ(back.type, KVTYPE_NUMBER);
-  EXPECT_EQ(back.field_flags, 0x3d3fu);
-  EXPECT_EQ(back.format.number.decimal_digits, 1u);
+  EXPECT_EQ(+back.type, KVTYPE_NUMBER);
+  EXPECT_EQ(+back.field_flags, 0x3d3fu);
+  EXPECT_EQ(+back.format.number.decimal_digits, 1u);
   const uint32_t texts =
       back.default_formula_length + back.input_trans_formula_length + back.input_valid_formula_length;
   EXPECT_EQ(texts + 21, bytes);
@@ -90,14 +93,14 @@ TEST_F(FieldRecordTest, KVCDRecordGetPointer_Field_CompiledAsStored) {
   kit::Spy spy;
   ASSERT_EQ(KVCDRecordGetPointer(composite_, 1, nullptr, &back), KVSUCCESS);
   EXPECT_EQ(spy.Count("EngFormulaDecompile"), 0u);
-  EXPECT_EQ(back.default_formula_length, stored.DVLength);
-  EXPECT_EQ(back.input_trans_formula_length, stored.ITLength);
-  EXPECT_EQ(back.input_valid_formula_length, stored.IVLength);
+  EXPECT_EQ(+back.default_formula_length, stored.DVLength);
+  EXPECT_EQ(+back.input_trans_formula_length, stored.ITLength);
+  EXPECT_EQ(+back.input_valid_formula_length, stored.IVLength);
   EXPECT_EQ(std::string(back.buffer + stored.DVLength + stored.ITLength + stored.IVLength, 4), "Name");
   back = {};
   EXPECT_EQ(KVCDRecordFetch(composite_, 1, nullptr, &back), KVFAIL_DATA_TOO_LONG);
-  EXPECT_EQ(back.default_formula_length, stored.DVLength);
-  EXPECT_EQ(back.field_name_length, 4u);
+  EXPECT_EQ(+back.default_formula_length, stored.DVLength);
+  EXPECT_EQ(+back.field_name_length, 4u);
 }
 
 // A listing sizes each record it passes, formulas included; one that cannot be told ends the call, not the
@@ -136,7 +139,7 @@ TEST_F(FieldRecordTest, Field_Keywords_StoredBitsAndTheirReading) {
     EXPECT_EQ(Stored().Flags, each.bits | 0x80);
     KVCDFIELD back{};
     ASSERT_EQ(KVCDRecordGetPointer(composite_, Last(), nullptr, &back), KVSUCCESS);
-    EXPECT_EQ(back.keywords, each.back);
+    EXPECT_EQ(+back.keywords, each.back);
   }
 }
 
@@ -223,8 +226,8 @@ TEST_F(FieldRecordTest, OlderForm_Fetched_NoKeywordsStoredAgainAsTheLaterForm) {
   KVCDFIELD field{};
   field.buffer = buffer;
   ASSERT_EQ(KVCDRecordFetch(composite_, 1, &cdtype, &field), KVSUCCESS);
-  EXPECT_EQ(field.field_keywords_length, 0u);
-  EXPECT_EQ(field.field_name_length, 3u);
+  EXPECT_EQ(+field.field_keywords_length, 0u);
+  EXPECT_EQ(+field.field_name_length, 3u);
   EXPECT_STREQ(buffer, "Oldtext");
   ASSERT_EQ(Insert(&field), KVSUCCESS);
   EXPECT_EQ(Stored().Signature, kCdField);
