@@ -125,7 +125,10 @@ constexpr uint32_t SummaryBytes(DesignFamily family, uint32_t version) {
 static_assert(SummaryBytes(DesignFamily::kForm, kVersionNewest) == sizeof(KVFORMSUMM));
 static_assert(SummaryBytes(DesignFamily::kForm, kVersionLongNames - 1) == 140);
 static_assert(SummaryBytes(DesignFamily::kSubform, kVersionNewest) == sizeof(KVSUBFORMSUMM));
-static_assert(SummaryBytes(DesignFamily::kView, kVersionNewest) == 4 + 4 + 4 + 130 + 65 + 65);
+static_assert(SummaryBytes(DesignFamily::kView, kVersionNewest) == sizeof(KVVIEWSUMM));
+static_assert(SummaryBytes(DesignFamily::kView, kVersionLongNames - 1) == 140);
+static_assert(SummaryBytes(DesignFamily::kFolder, kVersionNewest) == sizeof(KVFOLDERSUMM));
+static_assert(SummaryBytes(DesignFamily::kNavigator, kVersionNewest) == sizeof(KVNAVIGATORSUMM));
 
 void PutName(char* summ, uint32_t member, const char* text, uint32_t text_max) {
   if (member != 0) KVICopyBytes(summ + member, text, std::min<size_t>(strlen(text), text_max));
@@ -304,4 +307,22 @@ uint32_t KVSubformList(uint32_t database, int32_t list, KVSUBFORMSUMM* subformsu
   _api_session* session;
   if (uint32_t status = KVIEnter(database, &session)) return status;
   return _KVIDesignList(session, DesignFamily::kSubform, database, list, subformsumm);
+}
+
+uint32_t KVViewList(uint32_t database, int32_t list, KVVIEWSUMM* viewsumm) {
+  _api_session* session;
+  if (uint32_t status = KVIEnter(database, &session)) return status;
+  return _KVIDesignList(session, DesignFamily::kView, database, list, viewsumm);
+}
+
+uint32_t KVFolderList(uint32_t database, int32_t list, KVFOLDERSUMM* foldersumm) {
+  _api_session* session;
+  if (uint32_t status = KVIEnter(database, &session)) return status;
+  return _KVIDesignList(session, DesignFamily::kFolder, database, list, foldersumm);
+}
+
+uint32_t KVNavigatorList(uint32_t database, int32_t list, KVNAVIGATORSUMM* navsumm) {
+  _api_session* session;
+  if (uint32_t status = KVIEnter(database, &session)) return status;
+  return _KVIDesignList(session, DesignFamily::kNavigator, database, list, navsumm);
 }

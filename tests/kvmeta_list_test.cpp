@@ -541,4 +541,52 @@ TEST_F(ListTest, KVFormList_WrongArguments_TheirStatusInOrder) {
   EXPECT_EQ(KVFormList(kUntouched, KVLIST_FIRST, nullptr), KVFAIL_BAD_HANDLE);
 }
 
+// ---- Views, folders and navigators
+
+TEST_F(ListTest, KVViewList_ViewsFoldersNavigators_EachItsOwn) {
+  const uint32_t view = StoreNote(8, {Title("(Main\\Sub)|View"), Flags("Y")});
+  const uint32_t folder = StoreNote(0x1008, {Title("Folder"), Flags("F"), Owner(kOwnName)});
+  const uint32_t navigator = StoreNote(8, {Title("Map|Navigator"), Flags("G")});
+  KVVIEWSUMM summ;
+  memset(&summ, 'x', sizeof summ);
+  EXPECT_EQ(KVViewList(database_, KVLIST_FIRST, &summ), KVSUCCESS);
+  EXPECT_EQ(summ.viewid, view);
+  EXPECT_EQ(summ.hidden, 1);
+  EXPECT_EQ(summ.personal, 0);
+  EXPECT_STREQ(summ.name, "View");
+  EXPECT_STREQ(summ.menu_name, "Main");
+  EXPECT_STREQ(summ.cascade_name, "Sub");
+  EXPECT_EQ(KVViewList(database_, KVLIST_NEXT, &summ), KVFAIL_END_OF_DATA);
+  KVFOLDERSUMM foldersumm;
+  memset(&foldersumm, 'x', sizeof foldersumm);
+  EXPECT_EQ(KVFolderList(database_, KVLIST_FIRST, &foldersumm), KVSUCCESS);
+  EXPECT_EQ(foldersumm.folderid, folder);
+  EXPECT_EQ(foldersumm.hidden, 0);
+  EXPECT_EQ(foldersumm.personal, 1);
+  EXPECT_STREQ(foldersumm.name, "Folder");
+  EXPECT_EQ(KVFolderList(database_, KVLIST_NEXT, &foldersumm), KVFAIL_END_OF_DATA);
+  KVNAVIGATORSUMM navsumm;
+  memset(&navsumm, 'x', sizeof navsumm);
+  EXPECT_EQ(KVNavigatorList(database_, KVLIST_FIRST, &navsumm), KVSUCCESS);
+  EXPECT_EQ(navsumm.navid, navigator);
+  EXPECT_STREQ(navsumm.name, "Navigator");
+  EXPECT_STREQ(navsumm.menu_name, "Map");
+  EXPECT_EQ(KVNavigatorList(database_, KVLIST_NEXT, &navsumm), KVFAIL_END_OF_DATA);
+}
+
+TEST_F(ListTest, KVViewList_WrongArguments_TheirStatusInOrder) {
+  KVVIEWSUMM summ;
+  KVFOLDERSUMM foldersumm;
+  KVNAVIGATORSUMM navsumm;
+  EXPECT_EQ(KVViewList(database_, KVLIST_CURRENT, &summ), KVFAIL_DATA_UNAVAILABLE);
+  EXPECT_EQ(KVFolderList(database_, KVLIST_CURRENT, &foldersumm), KVFAIL_DATA_UNAVAILABLE);
+  EXPECT_EQ(KVNavigatorList(database_, KVLIST_CURRENT, &navsumm), KVFAIL_DATA_UNAVAILABLE);
+  EXPECT_EQ(KVViewList(0, KVLIST_FIRST, nullptr), KVFAIL_NULL_PARAM);
+  EXPECT_EQ(KVFolderList(0, KVLIST_FIRST, nullptr), KVFAIL_NULL_PARAM);
+  EXPECT_EQ(KVNavigatorList(0, KVLIST_FIRST, nullptr), KVFAIL_NULL_PARAM);
+  EXPECT_EQ(KVViewList(0, KVLIST_FIRST, &summ), KVFAIL_NO_DATABASE);
+  EXPECT_EQ(KVFolderList(0, KVLIST_FIRST, &foldersumm), KVFAIL_NO_DATABASE);
+  EXPECT_EQ(KVNavigatorList(0, KVLIST_FIRST, &navsumm), KVFAIL_NO_DATABASE);
+}
+
 }  // namespace

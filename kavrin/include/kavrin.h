@@ -13,5 +13,6 @@
 #include "kavrin_session.h"
 #include "kavrin_status.h"
 #include "kavrin_types.h"
+#include "kavrin_view.h"
 
 #endif

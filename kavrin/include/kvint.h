@@ -11,5 +11,6 @@
 #include "kvint_index.h"
 #include "kvint_session.h"
 #include "kvint_system.h"
+#include "kvint_view.h"
 
 #endif

@@ -41,8 +41,7 @@ Argument Out(size_t bytes, uint32_t null_status) {
 std::vector<Row> AllRows() {
   std::vector<Row> rows;
   for (const auto& family : {SessionRows, ConvertRows, DatabaseRows, DocumentRows, ItemRows, DesignRows,
-                             FormRows,
-                             CompositeRows})
+                             FormRows, CompositeRows, ViewRows})
     for (Row& row : family()) rows.push_back(std::move(row));
   return rows;
 }

@@ -115,6 +115,7 @@ std::vector<Row> ItemRows();
 std::vector<Row> DesignRows();
 std::vector<Row> FormRows();
 std::vector<Row> CompositeRows();
+std::vector<Row> ViewRows();
 std::vector<Row> AllRows();
 
 std::string NameOf(const Row& row);

@@ -69,6 +69,25 @@ static_assert(sizeof(KVFORMSUMM) == 268 && offsetof(KVFORMSUMM, hidden) == 4 &&
 static_assert(offsetof(KVFORMSUMM, menu_name) == 138 && offsetof(KVFORMSUMM, cascade_name) == 203);
 static_assert(sizeof(KVSUBFORMSUMM) == 199 && offsetof(KVSUBFORMSUMM, name) == 4 &&
               offsetof(KVSUBFORMSUMM, menu_name) == 134);
+static_assert(sizeof(KVVIEW) == 50 + 2 * kAddress + 130 + 65 + 65 && alignof(KVVIEW) == 1);
+static_assert(offsetof(KVVIEW, heading_lines) == 16 && offsetof(KVVIEW, row_spacing) == 18 &&
+              offsetof(KVVIEW, background_color) == 26);
+static_assert(offsetof(KVVIEW, title_border_font) == 34 && offsetof(KVVIEW, auto_refresh_seconds) == 46);
+static_assert(offsetof(KVVIEW, selection_formula) == 50 && offsetof(KVVIEW, name) == 50 + 2 * kAddress);
+static_assert(kAddress == 8 || sizeof(KVVIEW) == 318);
+static_assert(sizeof(KVCOLUMN) == 181 + kAddress && alignof(KVCOLUMN) == 1);
+static_assert(offsetof(KVCOLUMN, second_sort_col) == 12 && offsetof(KVCOLUMN, view_unid) == 20 &&
+              offsetof(KVCOLUMN, total) == 36);
+static_assert(offsetof(KVCOLUMN, heading_justify) == 44 && offsetof(KVCOLUMN, format) == 60 &&
+              offsetof(KVCOLUMN, type) == 96);
+static_assert(offsetof(KVCOLUMN, formula) == 100 && offsetof(KVCOLUMN, title) == 100 + kAddress);
+static_assert(kAddress == 8 || sizeof(KVCOLUMN) == 185);
+static_assert(sizeof(KVVIEWSUMM) == 272 && offsetof(KVVIEWSUMM, personal) == 8 &&
+              offsetof(KVVIEWSUMM, name) == 12);
+static_assert(sizeof(KVFOLDERSUMM) == 272 && offsetof(KVFOLDERSUMM, cascade_name) == 207);
+static_assert(sizeof(KVNAVIGATORSUMM) == 199 && offsetof(KVNAVIGATORSUMM, name) == 4);
+static_assert(sizeof(VIEW_TABLE_FORMAT) == 10 && sizeof(VIEW_COLUMN_FORMAT) == 32);
+static_assert(sizeof(VIEW_TABLE_FORMAT2) == 38 && sizeof(VIEW_COLUMN_FORMAT2) == 46);
 static_assert(sizeof(KVFIELD) == 117 + 5 * kAddress && alignof(KVFIELD) == 1);
 static_assert(offsetof(KVFIELD, field_flags) == 4 && offsetof(KVFIELD, keywords) == 8 &&
               offsetof(KVFIELD, font) == 12);
