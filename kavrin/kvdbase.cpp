@@ -308,14 +308,6 @@ uint32_t ClearDbInfo(_api_session* session, _DATABASE* dbase) {
   return KVSUCCESS;
 }
 
-// Nothing opens an index yet: none can hang from a database that goes.
-[[maybe_unused]] bool HasNoIndexes(const _api_session* session, const _DATABASE* dbase) {
-  for (const _INDEX* idx : session->idxtab)
-    for (; idx != nullptr; idx = idx->next)
-      if (idx->dbase == dbase) return false;
-  return true;
-}
-
 _DOCUMENT* FirstDocument(_DOCUMENT* head, const _DATABASE* dbase) {
   while (head != nullptr && head->dbase != dbase) head = head->next;
   return head;
@@ -365,10 +357,11 @@ uint32_t _ClearDatabaseState(_api_session* session, _DATABASE* dbase, int state,
     case kStateDbInfo:
       return ClearDbInfo(session, dbase);
     case kStateIndexes:
-      assert(HasNoIndexes(session, dbase));
+      _KVICloseIndexesOf(session, dbase, false);
       return KVSUCCESS;
     case kStateSpecIndexes:
-      return KVSUCCESS;  // nothing opens an index yet: none shows a view of another database
+      _KVICloseIndexesOf(session, dbase, true);
+      return KVSUCCESS;
     case kStateDocuments:
       if (info == nullptr) return KVFAIL_INTERNAL;
       CloseDocuments(session, dbase, *info & KVDBCLOSE_SAVE_DOCS ? 0 : KVDOCWRITE_DISCARD);

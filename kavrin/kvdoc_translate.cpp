@@ -1,7 +1,7 @@
 // Stored text with special sequences as display text.
 //
 // A sequence runs from a byte 0x7f through the next byte 0xff and stands for something that only the place in
-// a view tells. No view can be opened in this version, so every sequence is left out.
+// a view tells. The engine does not tell it yet, so every sequence is left out.
 #include <cstring>
 
 #include "brynd.h"

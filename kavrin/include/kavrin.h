@@ -8,6 +8,7 @@
 #include "kavrin_datetime.h"
 #include "kavrin_document.h"
 #include "kavrin_form.h"
+#include "kavrin_index.h"
 #include "kavrin_item.h"
 #include "kavrin_list.h"
 #include "kavrin_session.h"

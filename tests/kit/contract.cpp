@@ -41,7 +41,7 @@ Argument Out(size_t bytes, uint32_t null_status) {
 std::vector<Row> AllRows() {
   std::vector<Row> rows;
   for (const auto& family : {SessionRows, ConvertRows, DatabaseRows, DocumentRows, ItemRows, DesignRows,
-                             FormRows, CompositeRows, ViewRows})
+                             FormRows, CompositeRows, ViewRows, IndexRows})
     for (Row& row : family()) rows.push_back(std::move(row));
   return rows;
 }

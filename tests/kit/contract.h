@@ -116,6 +116,7 @@ std::vector<Row> DesignRows();
 std::vector<Row> FormRows();
 std::vector<Row> CompositeRows();
 std::vector<Row> ViewRows();
+std::vector<Row> IndexRows();
 std::vector<Row> AllRows();
 
 std::string NameOf(const Row& row);

@@ -25,8 +25,9 @@ Scene::Scene(std::string folder, Needs needs) : folder_(std::move(folder)) {
     return;
   }
   if (KVSetProperty(KVPROP_SESS_STRICT_BIND, &off) != KVSUCCESS) return;
-  ready_ = OpenDatabases() && (needs == Needs::kDatabase || MakeDocuments());
+  ready_ = OpenDatabases() && (needs == Needs::kDatabase || needs == Needs::kIndex || MakeDocuments());
   if (ready_ && needs == Needs::kComposite) ready_ = MakeComposites();
+  if (ready_ && needs == Needs::kIndex) ready_ = KVIndexOpen(handles_[0], &index_) == KVSUCCESS;
 }
 
 Scene::~Scene() {
@@ -88,6 +89,9 @@ uint32_t Scene::ClosedHandle(Object object) {
   } else if (object == Object::kComposite || object == Object::kOtherComposite) {
     KVCompositeCreate(handles_[2], nullptr, &handle);
     KVCompositeClose(handle, 0);
+  } else if (object == Object::kIndex) {
+    KVIndexOpen(handles_[0], &handle);
+    KVIndexClose(handle);
   } else {
     KVDocumentCreate(handles_[0], 0, &handle);
     KVDocumentClose(handle, KVDOCWRITE_DISCARD);

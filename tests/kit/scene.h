@@ -12,8 +12,16 @@
 
 namespace kit {
 
-enum class Needs { kNothing, kDatabase, kDocument, kComposite };
-enum class Object { kDatabase, kOtherDatabase, kDocument, kOtherDocument, kComposite, kOtherComposite };
+enum class Needs { kNothing, kDatabase, kDocument, kComposite, kIndex };
+enum class Object {
+  kDatabase,
+  kOtherDatabase,
+  kDocument,
+  kOtherDocument,
+  kComposite,
+  kOtherComposite,
+  kIndex
+};
 
 // Makes the databases that scenes open; once for a data directory, with the library started.
 bool MakeSceneFiles(const std::string& folder);
@@ -27,7 +35,9 @@ class Scene {
 
   // False when the databases or documents could not be made.
   bool ready() const { return ready_; }
-  uint32_t Handle(Object object) const { return handles_[static_cast<size_t>(object)]; }
+  uint32_t Handle(Object object) const {
+    return object == Object::kIndex ? index_ : handles_[static_cast<size_t>(object)];
+  }
   // A handle of that kind that has been closed, and an open handle of another kind.
   uint32_t ClosedHandle(Object object);
   uint32_t WrongHandle(Object object) const;
@@ -58,6 +68,7 @@ class Scene {
   KVUNID unid_{};
   std::vector<std::unique_ptr<char[]>> blocks_;
   std::vector<std::string> files_;
+  uint32_t index_ = 0;
 };
 
 }  // namespace kit

@@ -37,6 +37,11 @@ static_assert(offsetof(KVINTERNATIONAL, time_sep) == 46 && offsetof(KVINTERNATIO
 static_assert(offsetof(KVINTERNATIONAL, today_string) == 83 &&
               offsetof(KVINTERNATIONAL, tomorrow_string) == 115);
 
+static_assert(sizeof(KVVIEWCACHESTATS) == 6 * 4 && alignof(KVVIEWCACHESTATS) == 1);
+static_assert(offsetof(KVVIEWCACHESTATS, index) == 0 && offsetof(KVVIEWCACHESTATS, cache_rows) == 4);
+static_assert(offsetof(KVVIEWCACHESTATS, cache_size) == 8 && offsetof(KVVIEWCACHESTATS, total_hits) == 12);
+static_assert(offsetof(KVVIEWCACHESTATS, refresh_hits) == 16 && offsetof(KVVIEWCACHESTATS, fail_hits) == 20);
+
 static_assert(sizeof(KVCDPABDEF) == 124 && alignof(KVCDPABDEF) == 1);
 static_assert(offsetof(KVCDPABDEF, list_format) == 12 && offsetof(KVCDPABDEF, tab_twips) == 44);
 static_assert(sizeof(KVCDPABREF) == 4 && sizeof(CDTEXT) == 8 && sizeof(CDPABDEFINITION) == 70);
