@@ -4,13 +4,11 @@
 //
 //   pkgdb [database]      the database and one beside it are made anew; default: packages.QDB in a folder of
 //   its own below the temporary one
-#include <brynd.h>
 #include <kavrin.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -179,29 +177,17 @@ size_t Verify(uint32_t database, std::string_view text, const std::vector<uint32
   return different;
 }
 
-EngStatus CountMatch(void* parameter, const SEARCH_MATCH* match, const ITEM_TABLE*) {
-  auto* found = static_cast<std::vector<uint32_t>*>(parameter);
-  if (match->SERetFlags & 1) found->push_back(match->ID.NoteID);
-  return 0;
-}
-
-// Searches by a formula, through the engine below the library.
-std::vector<uint32_t> Search(uint32_t database, const char* text) {
-  EngDb engine_database = 0;
-  Check("KVDatabaseGetBryndHandle",
-        KVDatabaseGetBryndHandle(database, KVTOBRYND_GET_HANDLE, &engine_database));
-  EngMem formula = 0;
-  uint16_t formula_bytes = 0, line = 0, column = 0, offset = 0, length = 0;
-  EngStatus fault = 0;
-  Check("EngFormulaCompile",
-        EngFormulaCompile(nullptr, 0, text, static_cast<uint16_t>(strlen(text)), &formula, &formula_bytes,
-                          &fault, &line, &column, &offset, &length));
-  std::vector<uint32_t> found;
+// The documents that a formula selects, in the order of their ids.
+std::vector<uint32_t> Search(uint32_t database, std::string formula) {
+  uint32_t index = 0;
+  Check("KVIndexOpen", KVIndexOpen(database, &index));
   const Stopwatch watch;
-  Check("EngDbSearch", EngDbSearch(engine_database, formula, nullptr, 0, BRCLASS_DATA, nullptr, CountMatch,
-                                   &found, nullptr));
-  printf("%s: %zu documents in %.0f ms.\n", text, found.size(), watch.Seconds() * 1000);
-  EngMemFree(formula);
+  Check("KVIndexSearch", KVIndexSearch(index, formula.data(), 0, nullptr));
+  std::vector<uint32_t> found;
+  for (uint32_t docid = 0; KVIndexNavigate(index, KVNAV_NEXT, 0, &docid, nullptr) == KVSUCCESS;)
+    found.push_back(docid);
+  printf("%s: %u documents in %.0f ms.\n", formula.c_str(), KVIndexGetCount(index), watch.Seconds() * 1000);
+  Check("KVIndexClose", KVIndexClose(index));
   return found;
 }
 
