@@ -462,7 +462,7 @@ TEST_F(StoreTest, ChangesSince_NotesThatTellTheirTransactions_AsAModelRemembers)
       model.emplace_back(sequence, note_id, kind);
     };
     const auto append = [&] { put(newest = write.NewNoteId(), ChangeKind::kStored); };
-    switch (newest < 3 ? 0 : random() % 8) {
+    switch (newest < 3 ? 0 : random() % 9) {
       case 0:
       case 1:
       case 2:
@@ -483,7 +483,11 @@ TEST_F(StoreTest, ChangesSince_NotesThatTellTheirTransactions_AsAModelRemembers)
       case 6:
         write.PutRecord(1, BytesOf("k"), BytesOf("v"));
         break;
-      case 7: {
+      case 7:
+        put(static_cast<NoteId>(1 + random() % newest), ChangeKind::kStored);
+        append();
+        break;
+      case 8: {
         append();
         Write abandoned = std::move(write);  // what it did is undone, its number is free again
         std::erase_if(model, [&](const auto& change) { return std::get<0>(change) == sequence; });
@@ -527,6 +531,34 @@ TEST_F(StoreTest, ChangesSince_ToldByANoteWhoseRowIsGone_OthersAreShown) {
     return true;
   }));
   EXPECT_EQ((std::vector<std::pair<uint64_t, NoteId>>{{5, 2}, {4, 1}, {4, 3}, {2, 2}}), backward);
+}
+
+// The number of a transaction is that behind the last one, whatever the transaction itself does to the newest
+// note.
+TEST_F(StoreTest, Stamp_AppendToldByOneHandleThenChangesOfAnother_EachHasItsNumber) {
+  const auto first = Create(path_);
+  const auto second = Open(path_);
+  const auto append = [](Write& write) { write.PutNote(write.NewNoteId(), BytesOf("image")); };
+  const auto commit = [](Database& database, auto&& change) {
+    Write write = database.BeginWrite();
+    change(write);
+    write.Commit(Durability::kDurable);
+  };
+  const uint64_t start = first->Stamp().sequence;
+  commit(*first, append);              // 1, told by note 1
+  commit(*second, [&](Write& write) {  // 2
+    write.PutNote(1, BytesOf("changed"));
+    append(write);
+  });
+  commit(*first, append);                                     // 3, told by note 3
+  commit(*second, [](Write& write) { write.DeleteRow(3); });  // 4
+  std::vector<std::pair<uint64_t, NoteId>> seen;
+  ASSERT_TRUE(second->ChangesSince(start, [&](const store::NoteChange& change) {
+    seen.emplace_back(change.sequence - start, change.note_id);
+  }));
+  EXPECT_EQ((std::vector<std::pair<uint64_t, NoteId>>{{1, 1}, {2, 1}, {2, 2}, {4, 3}}), seen);
+  first->Refresh();
+  EXPECT_EQ(start + 4, first->Stamp().sequence);
 }
 
 // The journal keeps a row at or before the oldest transaction it must reach back to, whatever stands in it.

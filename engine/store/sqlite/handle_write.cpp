@@ -168,6 +168,9 @@ void Handle::BeforeChange() {
 
 // Runs a statement that changes rows; says how many.
 uint64_t Handle::RunChange(Lease& lease) {
+  // Afterwards the newest note may be one that tells nothing, and this transaction would take the number of
+  // one that a note tells.
+  if (batch_.edits == 0) LastSequence();
   ++edit_count_;
   ++batch_.edits;
   const int result = lease.StepResult();
