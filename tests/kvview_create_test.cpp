@@ -14,13 +14,13 @@ class CreateTest : public ViewTest {
   template <typename Member>
   uint32_t With(Member KVVIEW::*member, Member value) {
     KVVIEW view = View("Name");
-    view.*member = value;
+    kvview::SetMember(&view, member, value);
     return Create(view, {Column("1")});
   }
   template <typename Member>
   uint32_t WithColumn(Member KVCOLUMN::*member, Member value) {
     KVCOLUMN column = Column("1");
-    column.*member = value;
+    kvview::SetMember(&column, member, value);
     return CreateOne(column);
   }
 };

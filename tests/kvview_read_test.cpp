@@ -134,7 +134,7 @@ TEST_F(ReadTest, KVIViewGetSpec_WholeView_EachColumnRead) {
   EXPECT_EQ(columns[2].constant_len, 8);
   EXPECT_EQ(std::string(columns[2].constant, 8), std::string("\x00\x05", 2) + "fixed\x7f");
   EXPECT_EQ(columns[2].constant_eval, 1);
-  EXPECT_EQ(columns[2].view.Note.Innards[1], 4u);
+  EXPECT_EQ(kvview::Plain(columns[2].view.Note.Innards[1]), 4u);
 }
 
 TEST_F(ReadTest, KVIViewGetSpec_OldFormat_OneLineAndNoAlternateColour) {

@@ -209,9 +209,9 @@ TEST_F(StoreTest, KVViewCreate_BadFormulas_FormulaErrorNearTheFault) {
   EXPECT_EQ(kit::LastError().message.substr(0, 20), "Formula error near '");
   for (char* KVVIEW::*member : {&KVVIEW::selection_formula, &KVVIEW::form_formula}) {
     KVVIEW view = View("Name");
-    view.*member = Text(")");
+    kvview::SetMember(&view, member, Text(")"));
     EXPECT_EQ(Create(view, {Column("1")}), KVFAIL_FORMULA);
-    view.*member = Text(std::string(70000, ' ') + "1");
+    kvview::SetMember(&view, member, Text(std::string(70000, ' ') + "1"));
     EXPECT_EQ(Create(view, {Column("1")}), KVFAIL_DATA_TOO_LONG);
   }
   EXPECT_EQ(CountViews(), 0u);

@@ -26,6 +26,12 @@ Member Plain(Member member) {
   return member;
 }
 
+// Sets a member of a packed record, wherever it lies.
+template <typename Record, typename Member>
+void SetMember(Record* record, Member Record::*member, Member value) {
+  std::memcpy(&(record->*member), &value, sizeof value);
+}
+
 template <typename Record>
 std::string BytesOf(const Record& record) {
   return {reinterpret_cast<const char*>(&record), sizeof record};
