@@ -1,4 +1,4 @@
-// New views: what is refused, in which order, and what the spec holds.
+// New views: what is refused, in which order, and what the _VIEWSPEC holds.
 #include "kvview_world.h"
 
 namespace {

@@ -102,7 +102,7 @@ struct _VIEWSPEC {
 uint32_t KVIViewGetSpec(_DATABASE* pdbase, uint32_t vid, _VIEWSPEC** ppspec);
 // Frees a spec that is in no cache; null is none.
 void ClearView(_VIEWSPEC* viewspec);
-// Takes the spec of a deleted view out of the cache and frees it; one that is not there is a success.
+// Takes the _VIEWSPEC of a deleted view out of the cache and frees it; one that is not there is a success.
 // KVFAIL_ACTIVE_RESULT when an index shows it on another database.
 uint32_t KVIDbInfoClearViewFolder(_DATABASE* pdbase, uint32_t vfid);
 // True when an index of the session shows the view or folder.
