@@ -103,6 +103,7 @@ class StoreHostileTest : public StoreFixture {
                                                  status::kNewerFormat,
                                                  status::kTooManyNotes,
                                                  status::kWriteStopped,
+                                                 status::kDiskFull,  // a head that tells of too many pages
                                                  status::kIoError};
     EXPECT_TRUE(kAllowed.contains(code)) << what << " gave " << std::hex << code;
     (code == 0 ? harmless_ : refused_) += 1;
