@@ -400,11 +400,20 @@ CompactReport Handle::Compact() {
 
 // SQLite writes the compact file into the log as one transaction; the checkpoint then brings it into place. A
 // crash finds the transaction whole or not at all.
+// SQLite calls a file full when a damaged page names one beyond the last that a file may have. Nobody mends
+// that by making room on the disk. A check that cannot be made leaves the first answer.
+static bool IsDamaged(Connection& connection) {
+  bool damaged = false;
+  const EngStatus code = AtBoundary([&] { damaged = connection.Text("PRAGMA quick_check(1)") != "ok"; });
+  return damaged || code == status::kDamaged;
+}
+
 void Handle::Vacuum() {
   Connection worker(path_,
                     {.vfs = options_.vfs, .busy_timeout_ms = options_.busy_timeout_ms, .may_attach = true});
   if (const int result = worker.Run("VACUUM")) {
     if (IsSyncFailure(result)) file_->Stop();
+    if ((result & 0xff) == SQLITE_FULL && IsDamaged(worker)) Fail(status::kDamaged);
     Connection::FailWith(result);
   }
   file_->NoteCommit();
